@@ -1,0 +1,230 @@
+#pragma once
+// The adapter access library: discovery, handles, the driver channel, status codes and names,
+// and the operations on adapters and IOCs. Nothing here prints except where stated.
+#include <pthread.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "kvo_defs.h"
+#include "kvo_ioctl.h"
+#include "kvo_status.h"
+
+// ---- Handles and the adapter tree -------------------------------------------------------------
+
+// One IOC (PCI function of either driver). The record is the handle every operation takes.
+struct kvol_s {
+    int fd;       // FC: opened per request; Ethernet: the shared /dev/tqe descriptor
+    int sg_fd;    // SCSI generic / FC pass-through descriptor
+    uint32_t host;  // SCSI host number (FC)
+    int ipfc_fd;  // /dev/kvoipfc, -1 when absent
+    int instance; // driver instance (kvod_num)
+    int port_num; // physical port of the adapter
+    char devpath[256];
+    char ioc_hwpath[32];
+    char adapter_hwpath[32];
+    char serialnum[12];
+    char name[64];
+    char port_name[64];
+    char eth_name[64];
+    char friendlyName[256];
+    wwn_t pwwn, nwwn, factorypwwn, factorynwwn;
+    int id;       // global IOC index
+    int pcifn_id; // PCI function number
+    int ad_id;    // owning adapter
+    mac_t mac, factory_mac, current_mac;
+    kvo_ioc_type_e ioc_type;
+    uint16_t vendor_id, device_id;
+    kvol_s* next;
+};
+typedef kvol_s kvol_t;
+
+struct kvol_port_s {
+    int id;  // port number
+    wwn_t factorypwwn, factorynwwn;
+    mac_t factory_mac;
+    uint8_t rsvd[2];
+    kvo_ioc_type_e ioc_type;
+    int ioc_count;
+    kvol_t* fcioc_list;   // FC/FCoE IOCs of the port, in IOC list order
+    kvol_t* ethioc_list;  // Ethernet IOCs of the port
+    kvol_port_s* next;
+};
+typedef kvol_port_s kvol_port_t;
+
+struct kvol_adapter_s {
+    char serial_num[12];
+    char name[64];
+    char model_descr[128];
+    char adapter_hwpath[32];
+    char adapter_type[32];
+    int id;  // from 1
+    bool cna_capable;
+    bool trunk_capable;
+    int port_count;
+    kvol_port_t* port_list;
+    kvol_adapter_s* next;
+};
+typedef kvol_adapter_s kvol_adapter_t;
+
+// ---- Status codes and names --------------------------------------------------------------------
+
+const char* kvol_status_to_string(int status);
+void kvol_set_last_error(kvo_status_t status);
+kvo_status_t kvol_get_last_error();
+
+struct kvo_state_t {
+    uint32_t code;
+    const char* str;
+};
+constexpr uint32_t KVO_STATE_END = 0xFFFFFFFF;
+
+const char* kvol_flash_status_to_string(uint32_t code);
+const char* kvol_flash_part_type_to_string(uint32_t code);
+const char* kvol_ioc_state_to_string(uint32_t code);
+const char* kvol_faa_state_to_string(uint32_t code);
+const char* kvol_faa_source_to_string(uint32_t code);
+const char* kvol_port_states_to_string(uint32_t code);
+const char* kvol_qos_state_to_string(uint32_t code);
+const char* kvol_qos_priority_to_string(uint32_t code);
+const char* kvol_port_speed_to_string(uint32_t code);
+const char* kvol_port_type_to_string(uint32_t code);
+const char* kvol_port_topology_to_string(uint32_t code);
+const char* kvol_rport_state_to_string(uint32_t code);
+const char* kvol_itnim_state_to_string(uint32_t code);
+const char* kvol_auth_status_to_string(uint32_t code);
+const char* kvol_auth_algo_to_string(uint32_t code);
+const char* kvol_auth_group_to_string(uint32_t code);
+const char* kvol_auth_rej_code_to_string(uint32_t code);
+const char* kvol_auth_rej_code_exp_to_string(uint32_t code);
+const char* kvol_vport_state_to_string(uint32_t code);
+const char* kvol_log_severity_to_string(uint32_t code);
+const char* kvol_ethport_cee_state_to_string(uint32_t code);
+const char* kvol_trunk_state_to_string(uint32_t code);
+const char* kvol_trunk_link_state_to_string(uint32_t code);
+const char* kvol_trunk_link_fctl_to_string(uint32_t code);
+const char* kvol_cee_status_to_string(uint32_t code);
+const char* kvol_vmq_state_to_string(uint32_t code);
+const char* kvol_mode_to_string(uint32_t code);
+const char* kvol_lport_role_to_string(uint32_t code);
+const char* kvol_bbcr_state_to_string(uint32_t code);
+const char* kvol_bbcr_err_reason_to_string(uint32_t code);
+const char* kvol_fec_state_to_string(uint32_t code);
+const char* kvol_diag_dport_test_status_to_string(uint32_t code);
+const char* kvol_diag_dport_test_opmode_to_string(uint32_t code);
+const char* kvol_port_linkstate_rsn_to_string(uint32_t code);
+const char* kvo_plog_mid_strings(uint32_t mid);  // caller guarantees mid < 9
+const char* kvo_plog_eid_strings(uint32_t eid);  // caller guarantees eid < 26
+const char* kvol_get_sfp_media(uint32_t media);  // caller guarantees media < 6
+uint8_t kvol_checksum_u8(const uint8_t* buf, uint32_t len);
+
+// ---- Library life cycle and discovery -------------------------------------------------------
+
+kvo_status_t kvol_libinit(int application_id);
+void kvol_libexit();
+
+int kvol_ioc_scan();
+void kvol_ioc_free();
+int kvol_ioc_get_num();
+kvol_t* kvol_ioc_get_list();
+int kvol_adapter_scan();
+void kvol_adapter_free();
+
+kvol_t* kvol_adapter_open_ioc(int index);
+void kvol_ioc_close(kvol_t* handle);
+void kvol_ioc_handles_close();
+
+int kvol_ioc_get_instance(const kvol_t* h);
+int kvol_ioc_get_pcifn(const kvol_t* h);
+int kvol_ioc_get_adapter_id(const kvol_t* h);
+int kvol_ioc_get_index(const kvol_t* h);
+int kvol_ioc_get_port_id(const kvol_t* h);
+kvo_ioc_type_e kvol_ioc_get_ioc_type(const kvol_t* h);
+const char* kvol_ioc_get_name(const kvol_t* h);
+const char* kvol_ioc_get_sn(const kvol_t* h);
+wwn_t kvol_ioc_get_pwwn(const kvol_t* h);
+wwn_t kvol_ioc_get_nwwn(const kvol_t* h);
+mac_t kvol_ioc_get_mac(const kvol_t* h);
+mac_t kvol_ioc_get_factory_mac(const kvol_t* h);
+mac_t kvol_ioc_get_current_mac(const kvol_t* h);
+const char* kvol_ioc_get_eth_name(const kvol_t* h);
+int kvol_get_unix_fd(const kvol_t* h);
+void kvol_update_file_handle(kvol_t* dst, const kvol_t* src);
+// Copies the three paths; each output buffer must hold its field (256, 32, 32 bytes).
+void kvol_ioc_get_path(const kvol_t* h, char* devpath, char* ioc_hwpath, char* adapter_hwpath);
+int kvol_ioc_get_global_index(const kvol_t* h);
+kvol_t* kvol_ioc_get_by_eth_name(const char* name);
+int kvol_ioc_get_inst_num_by_pwwn(wwn_t wwn);
+int kvol_get_time_string(long seconds, char* buf, size_t size);
+kvo_status_t kvol_ioc_is_operational(kvol_t* h, int* flag);
+kvo_status_t kvol_ioc_get_operational_pf(kvol_t** h);
+const char* kvol_get_cfg_path();
+void kvol_get_mutex_lock(pthread_mutex_t* m);
+void kvol_release_mutex_lock(pthread_mutex_t* m);
+
+enum kvol_list_kind { KVOL_LIST_IOC = 0, KVOL_LIST_ADAPTER = 1, KVOL_LIST_PORT = 2 };
+void kvol_list_append(void** head, void* item, int kind);
+void* kvol_list_find(void* head, int id, int kind);
+void kvol_list_free(void** head, int kind);
+
+// Adapter tree lookups.
+int kvol_adapter_get_count();
+kvol_adapter_t* kvol_adapter_get_by_idx(int idx);  // 1-based; null when out of range
+kvol_adapter_t* kvol_adapter_get_by_str(const char* word);
+kvol_port_t* kvol_adapter_get_port(kvol_adapter_t* ad, int port);
+int kvol_adapter_get_port_count(const kvol_adapter_t* ad);
+int kvol_adapter_get_hw_port_count(kvol_adapter_t* ad);  // from the IOC attributes; -1 on failure
+kvol_t* kvol_adapter_get_first_ioc(kvol_adapter_t* ad);  // first IOC of port 0, null if none
+kvol_t* kvol_adapter_get_ioc_by_wwn(wwn_t wwn);
+kvol_t* kvol_adapter_get_ioc_by_str(const char* word);
+kvol_t* kvol_port_get_ioc_by_pcifn(kvol_port_t* port, int pcifn);
+kvol_t* kvol_port_get_first_fcioc(kvol_port_t* port);
+kvol_t* kvol_port_get_first_ethioc(kvol_port_t* port);
+kvol_t* kvol_port_get_first_ioc(kvol_port_t* port);
+const char* kvol_adapter_get_serial_num(const kvol_adapter_t* ad);
+const char* kvol_adapter_get_model(const kvol_adapter_t* ad);
+const char* kvol_adapter_get_hw_path(const kvol_adapter_t* ad);
+const char* kvol_adapter_get_type(const kvol_adapter_t* ad);
+const char* kvol_adapter_get_name(const kvol_adapter_t* ad);
+
+// ---- Driver command channel -----------------------------------------------------------------
+
+// Sends one request. 0 means the system call succeeded; the caller then reads record->status.
+kvo_status_t kvol_ioctl(kvol_t* h, uint32_t cmd, void* rec, size_t in_len, size_t out_len,
+                        size_t buf_len);
+kvo_status_t kvol_ioctl_nomask(kvol_t* h, uint32_t cmd, void* rec, size_t len);
+kvo_status_t kvol_ioctl_ipfc(kvol_t* h, uint32_t cmd, void* rec);
+int kvol_map_opensrc_iocmd_codes(uint32_t* cmd);
+kvo_status_t kvol_errno_to_status(int err);
+kvo_status_t kvol_fcpt(kvol_t* h, uint16_t vf_id, wwn_t lwwn, wwn_t rwwn, uint32_t cos,
+                       uint32_t timeout, uint32_t count, const uint8_t* fchdr, void* req,
+                       uint32_t req_len, void* rsp, uint32_t* rsp_len);
+int kvol_send_flash_ethtool_cmd(kvol_t* h, uint32_t cmd, kvo_flash_req_t* rec);
+
+// ---- IOC and adapter operations ---------------------------------------------------------------
+
+kvo_status_t kvol_ioc_get_info(kvol_t* h, kvo_ioc_info_t* info);
+kvo_status_t kvol_ioc_get_attr(kvol_t* h, kvo_ioc_attr_t* attr);
+kvo_status_t kvol_ioc_enable(kvol_t* h);
+kvo_status_t kvol_ioc_disable(kvol_t* h);
+kvo_status_t kvol_adapter_update_ioc(kvol_adapter_t* ad, kvol_t* h);
+kvo_status_t kvol_adapter_set_name(kvol_adapter_t* ad, const char* name);
+kvo_status_t kvol_adapter_is_disabled(kvol_adapter_t* ad, bool* disabled);
+kvo_status_t kvol_adapter_enable(kvol_adapter_t* ad);
+kvo_status_t kvol_adapter_disable(kvol_adapter_t* ad);
+kvo_status_t kvol_adapter_cfg_mode(kvol_adapter_t* ad, const kvo_adapter_cfg_mode_t* cfg);
+kvo_status_t kvol_adapter_reload_fw(kvol_adapter_t* ad);
+kvo_status_t kvol_flash_get_attr(kvol_t* h, kvo_flash_attr_s* attr);
+kvo_status_t kvol_flash_read_part(kvol_t* h, uint32_t type, uint32_t instance, void* buf,
+                                  uint32_t len);
+kvo_status_t kvol_flash_update_part(kvol_t* h, uint32_t type, uint32_t instance,
+                                    const void* buf, uint32_t len);
+
+// ---- Configuration store seams used by discovery (implemented with the store) -------------------
+
+// Registers an adapter serial in /etc/kvo.conf (one transaction; statuses ignored).
+void kvol_config_register_adapter(const char* serial);
+// Registers an IOC by port WWN (FC/FCoE) or MAC (Ethernet) (one transaction).
+void kvol_config_register_ioc(const kvol_t* h);
+// Applies the IOC's persisted names from the configuration file to the record.
+void kvol_config_merge_ioc(kvol_t* h);
