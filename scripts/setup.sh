@@ -1,0 +1,14 @@
+#!/usr/bin/env bash
+# Installs what the build needs when it is missing (Debian packages; run as root).
+set -euo pipefail
+pkgs=(g++ cmake make libgtest-dev googletest nlohmann-json3-dev util-linux)
+missing=()
+for p in "${pkgs[@]}"; do
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+  echo "Installing: ${missing[*]}"
+  export DEBIAN_FRONTEND=noninteractive
+  apt-get update -qq
+  apt-get install -y -qq "${missing[@]}" >/dev/null
+fi
