@@ -168,7 +168,7 @@ typedef kvo_adapter_cfg_mode_s kvo_adapter_cfg_mode_t;
 struct kvo_adapter_cfg_mode_req_s {
     uint32_t status;
     uint16_t kvod_num;
-    uint16_t rsvd;
+    uint16_t force;  // 1: the driver also resets the settings kept on the adapter
     kvo_adapter_cfg_mode_t cfg;
 };
 typedef kvo_adapter_cfg_mode_req_s kvo_adapter_cfg_mode_req_t;

@@ -212,13 +212,20 @@ kvo_status_t kvol_adapter_set_name(kvol_adapter_t* ad, const char* name);
 kvo_status_t kvol_adapter_is_disabled(kvol_adapter_t* ad, bool* disabled);
 kvo_status_t kvol_adapter_enable(kvol_adapter_t* ad);
 kvo_status_t kvol_adapter_disable(kvol_adapter_t* ad);
-kvo_status_t kvol_adapter_cfg_mode(kvol_adapter_t* ad, const kvo_adapter_cfg_mode_t* cfg);
+// force: the driver also resets the settings kept on the adapter (the -f of the mode command).
+kvo_status_t kvol_adapter_cfg_mode(kvol_adapter_t* ad, const kvo_adapter_cfg_mode_t* cfg,
+                                   bool force = false);
 kvo_status_t kvol_adapter_reload_fw(kvol_adapter_t* ad);
 kvo_status_t kvol_flash_get_attr(kvol_t* h, kvo_flash_attr_s* attr);
 kvo_status_t kvol_flash_read_part(kvol_t* h, uint32_t type, uint32_t instance, void* buf,
                                   uint32_t len);
 kvo_status_t kvol_flash_update_part(kvol_t* h, uint32_t type, uint32_t instance,
                                     const void* buf, uint32_t len);
+kvo_status_t kvol_flash_erase_part(kvol_t* h, uint32_t type, uint32_t instance);
+kvo_status_t kvol_flash_enable_optrom(kvol_t* h);
+kvo_status_t kvol_flash_disable_optrom(kvol_t* h);
+// The first partition of a type in a table read by kvol_flash_get_attr; null if none.
+const kvo_flash_part_attr_s* kvol_flash_find_part(const kvo_flash_attr_s* attr, uint32_t type);
 
 // ---- Configuration store seams used by discovery (implemented with the store) -------------------
 
