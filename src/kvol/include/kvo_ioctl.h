@@ -250,3 +250,90 @@ struct kvol_ethtool_flash {
 constexpr uint32_t KVO_ETHTOOL_FLASHDEV = 51;
 constexpr uint32_t KVO_ETHTOOL_GEEPROM = 11;
 constexpr uint32_t KVO_ETHTOOL_SEEPROM = 12;
+
+// The SCSI address (host, bus, target) under which the OS sees a remote port.
+struct kvo_rport_scsi_addr_s {
+    uint32_t status;
+    uint16_t kvod_num;
+    uint16_t vf_id;
+    wwn_t pwwn;   // local (logical) port
+    wwn_t rpwwn;  // remote port
+    uint32_t host;
+    uint32_t bus;
+    uint32_t target;
+    uint32_t lun;
+};
+typedef kvo_rport_scsi_addr_s kvo_rport_scsi_addr_t;
+static_assert(sizeof(kvo_rport_scsi_addr_t) == 40);
+static_assert(offsetof(kvo_rport_scsi_addr_t, pwwn) == 8);
+static_assert(offsetof(kvo_rport_scsi_addr_t, host) == 24);
+KVO_ASSERT_CODE_SIZE(KVO_IOCMD_RPORT_GET_SCSI_ADDRESS, kvo_rport_scsi_addr_t);
+
+// SCSI pass-through. The library serves it with one SCSI generic request on the handle's
+// sg_fd; the record travels with iosz spare bytes behind it.
+struct scsi_cdb_s {
+    uint8_t scsi_cdb[16];
+};
+typedef scsi_cdb_s scsi_cdb_t;
+struct kvo_ioctl_scsi_s {
+    uint32_t status;  // 0 when the host adapter and the mid-layer reported no error, else 1
+    uint16_t kvod_num;
+    uint16_t vf_id;
+    wwn_t lpwwn;
+    wwn_t rpwwn;
+    lun_t lun;        // wire order
+    scsi_cdb_t cdb;
+    int32_t write;
+    uint32_t iosz;
+    uint8_t rsvd1[3];
+    uint8_t scsi_status;
+    uint32_t snssz;
+    uint64_t iobuf_ptr;
+    uint64_t snsbuf_pt;
+};
+typedef kvo_ioctl_scsi_s kvo_ioctl_scsi_t;
+static_assert(sizeof(kvo_ioctl_scsi_t) == 80);
+static_assert(offsetof(kvo_ioctl_scsi_t, lun) == 24);
+static_assert(offsetof(kvo_ioctl_scsi_t, cdb) == 32);
+static_assert(offsetof(kvo_ioctl_scsi_t, write) == 48);
+static_assert(offsetof(kvo_ioctl_scsi_t, iosz) == 52);
+static_assert(offsetof(kvo_ioctl_scsi_t, scsi_status) == 59);
+static_assert(offsetof(kvo_ioctl_scsi_t, snssz) == 60);
+static_assert(offsetof(kvo_ioctl_scsi_t, iobuf_ptr) == 64);
+static_assert(offsetof(kvo_ioctl_scsi_t, snsbuf_pt) == 72);
+KVO_ASSERT_CODE_SIZE(KVO_IOCMD_SCSI_PASSTHRU, kvo_ioctl_scsi_t);
+
+// FC pass-through of one ELS or CT frame; the response lands in rspbuf_ptr.
+struct kvo_ioctl_fcpt_s {
+    uint32_t status;
+    uint16_t kvod_num;
+    uint16_t vf_id;
+    wwn_t lpwwn;
+    wwn_t dpwwn;    // remote port; 0 for a frame to a fabric service
+    uint32_t tsecs; // time-out, seconds
+    int32_t cts;    // 1: CT rather than ELS
+    uint32_t cos;
+    uint32_t rsvd;
+    uint8_t fchs[24];  // FC frame header
+    int32_t nport_nexus_needed;  // 1 when dpwwn is not 0
+    uint32_t reqsz;
+    uint32_t rspsz;  // in: room; out: bytes received
+    uint32_t rsvd1;
+    uint64_t reqbuf_ptr;
+    uint64_t rspbuf_ptr;
+};
+typedef kvo_ioctl_fcpt_s kvo_ioctl_fcpt_t;
+static_assert(sizeof(kvo_ioctl_fcpt_t) == 96);
+static_assert(offsetof(kvo_ioctl_fcpt_t, tsecs) == 24);
+static_assert(offsetof(kvo_ioctl_fcpt_t, fchs) == 40);
+static_assert(offsetof(kvo_ioctl_fcpt_t, nport_nexus_needed) == 64);
+static_assert(offsetof(kvo_ioctl_fcpt_t, reqbuf_ptr) == 80);
+KVO_ASSERT_CODE_SIZE(KVO_IOCMD_FCPT, kvo_ioctl_fcpt_t);
+
+// FC transport bsg message codes of pass-through frames, and the frame types the library sends.
+constexpr uint32_t KVO_BSG_RPT_ELS = 0x40000001;
+constexpr uint32_t KVO_BSG_RPT_CT = 0x40000002;
+constexpr uint32_t KVO_BSG_HST_ELS_NOLOGIN = 0x80000003;
+constexpr uint32_t KVO_BSG_HST_CT = 0x80000004;
+constexpr uint8_t KVO_FC_TYPE_ELS = 0x01;
+constexpr uint8_t KVO_FC_TYPE_CT = 0x20;

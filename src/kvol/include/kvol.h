@@ -162,6 +162,8 @@ const char* kvol_get_cfg_path();
 void kvol_get_mutex_lock(pthread_mutex_t* m);
 void kvol_release_mutex_lock(pthread_mutex_t* m);
 
+// List items come from calloc/malloc: kvol_list_free releases them with free(). Freeing an
+// adapter list also frees its ports, and a port list the IOC records held by its ports.
 enum kvol_list_kind { KVOL_LIST_IOC = 0, KVOL_LIST_ADAPTER = 1, KVOL_LIST_PORT = 2 };
 void kvol_list_append(void** head, void* item, int kind);
 void* kvol_list_find(void* head, int id, int kind);
@@ -235,3 +237,9 @@ void kvol_config_register_adapter(const char* serial);
 void kvol_config_register_ioc(const kvol_t* h);
 // Applies the IOC's persisted names from the configuration file to the record.
 void kvol_config_merge_ioc(kvol_t* h);
+
+// ---- Remote ports (used by FC pass-through) -----------------------------------------------------
+
+// The SCSI host, bus and target of a remote port seen from the local port lpwwn.
+kvo_status_t kvol_rport_get_scsi_address(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn,
+                                         uint32_t* host, uint32_t* bus, uint32_t* target);
