@@ -55,7 +55,8 @@ void qmx_convert_string_to_lun(const char* word, uint8_t* lun);
 int qmx_fill_vfid_lpwwn(char** argv, int argc, int start, const char* ignored, wwn_t* wwn);
 int qmx_get_port_num(const char* eth_name, int* adapter, int* port, int* pcifn);
 int qmx_test_file_exists(const char* path);
-int create_args(char** argv, char*** out, int n);
+int create_args(char** argv, char*** out, int n);  // 0, or E_CLI_SYSTEM_BUSY
+void qmx_free_args(char** args, int n);            // releases what create_args made
 
 // ---- Printers ----
 char* qmx_wwn2str(char* buf, wwn_t wwn);  // buf holds at least 24 bytes
