@@ -1,0 +1,129 @@
+#pragma once
+// The command classes: for each, its command array (qmxtable), its usage text (qmxusage) and
+// the handlers that exist so far. A command without a handler is a null entry in its array.
+#include "qmx.h"
+
+// ---- adapter -------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_adapter_cmd_desc[9];
+void qmx_adapter_usage(int extended);
+int qmx_adapter_list(char** argv, int argc, qmx_id_t* id);
+int qmx_adapter_count(char** argv, int argc, qmx_id_t* id);
+int qmx_adapter_name(char** argv, int argc, qmx_id_t* id);
+int qmx_adapter_enable(char** argv, int argc, qmx_id_t* id);
+int qmx_adapter_disable(char** argv, int argc, qmx_id_t* id);
+int qmx_adapter_mode(char** argv, int argc, qmx_id_t* id);
+int qmx_adapter_autostart(char** argv, int argc, qmx_id_t* id);
+int qmx_adapter_reload_fw(char** argv, int argc, qmx_id_t* id);
+int qmx_adapter_query(char** argv, int argc, qmx_id_t* id);
+
+// ---- auth ----------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_auth_cmd_desc[7];
+void qmx_auth_usage(int extended);
+
+// ---- bios ----------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_bios_cmd_desc[3];
+void qmx_bios_usage(int extended);
+
+// ---- boot ----------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_boot_cmd_desc[2];
+void qmx_boot_usage(int extended);
+
+// ---- bootdup -------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_bootdup_cmd_desc[4];
+void qmx_bootdup_usage(int extended);
+
+// ---- dcb -----------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_dcb_desc[3];
+void qmx_dcb_usage(int extended);
+
+// ---- debug ---------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_debug_cmd_desc[19];
+void qmx_debug_usage(int extended);
+
+// ---- diag ----------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_diag_cmd_desc[13];
+void qmx_diag_usage(int extended);
+
+// ---- ethboot -------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_ethboot_cmd_desc[4];
+void qmx_ethboot_usage(int extended);
+
+// ---- fabric (virtual fabric) ---------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_vf_cmd_desc[2];
+void qmx_vf_usage(int extended);
+
+// ---- fcoe ----------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_fcoe_cmd_desc[4];
+void qmx_fcoe_usage(int extended);
+
+// ---- fcdiag --------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_fcdiag_cmd_desc[5];
+void qmx_fcdiag_usage(int extended);
+
+// ---- fcpim ---------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_fcpim_cmd_desc[25];
+void qmx_fcpim_usage(int extended);
+
+// ---- flash ---------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_flash_cmd_desc[7];
+void qmx_flash_usage(int extended);
+
+// ---- fruvpd --------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_fruvpd_cmd_desc[4];
+void qmx_fruvpd_usage(int extended);
+
+// ---- ipfc ----------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_ipfc_cmd_desc[5];
+void qmx_ipfc_usage(int extended);
+
+// ---- lport ---------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_lport_desc[5];
+void qmx_lport_usage(int extended);
+
+// ---- log -----------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_log_cmd_desc[1];
+void qmx_log_usage(int extended);
+
+// ---- mfg -----------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_mfg_cmd_desc[1];
+void qmx_mfg_usage(int extended);
+
+// ---- pcifn ---------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_pcifn_cmd_desc[1];
+void qmx_pcifn_usage(int extended);
+
+// ---- phy -----------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_phy_cmd_desc[4];
+void qmx_phy_usage(int extended);
+
+// ---- port ----------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_port_cmd_desc[26];
+void qmx_port_usage(int extended);
+
+// ---- qos -----------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_qos_cmd_desc[6];
+void qmx_qos_usage(int extended);
+
+// ---- ratelim -------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_ratelim_desc[4];
+void qmx_ratelim_usage(int extended);
+
+// ---- rport ---------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_rport_cmd_desc[6];
+void qmx_rport_usage(int extended);
+
+// ---- trunk ---------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_trunk_cmd_desc[3];
+void qmx_trunk_usage(int extended);
+
+// ---- vhba ----------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_vhba_cmd_desc[9];
+void qmx_vhba_usage(int extended);
+
+// ---- vnic ----------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_vnic_cmd_desc[8];
+void qmx_vnic_usage(int extended);
+
+// ---- vport ---------------------------------------------------------------------------------
+extern const qmx_cmd_desc_t qmx_vport_cmd_desc[5];
+void qmx_vport_usage(int extended);

@@ -1,0 +1,282 @@
+// The command table and the usage texts written from it.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <iterator>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "qmx.h"
+#include "qmxhandlers.h"
+
+namespace {
+
+struct expected_class {
+    const char* name;
+    qmx_cmd_type_t type;
+    int os;
+    const qmx_cmd_desc_t* cmds;
+    size_t count;
+};
+
+#define ROW(name, type, os, arr) {name, type, os, arr, std::size(arr)}
+
+// The order, help groups, system masks and command counts the table must have.
+const expected_class kClasses[] = {
+    ROW("adapter", COMMON, 15, qmx_adapter_cmd_desc),
+    ROW("auth", COMMON, 13, qmx_auth_cmd_desc),
+    ROW("bios", COMMON, 15, qmx_bios_cmd_desc),
+    ROW("boot", COMMON, 15, qmx_boot_cmd_desc),
+    ROW("bootdup", COMMON, 31, qmx_bootdup_cmd_desc),
+    ROW("dcb", CNA, 15, qmx_dcb_desc),
+    ROW("debug", COMMON, 15, qmx_debug_cmd_desc),
+    ROW("diag", COMMON, 15, qmx_diag_cmd_desc),
+    ROW("ethboot", ETH, 15, qmx_ethboot_cmd_desc),
+    ROW("fabric", FC, 15, qmx_vf_cmd_desc),
+    ROW("fcoe", CNA, 15, qmx_fcoe_cmd_desc),
+    ROW("fcdiag", FC, 15, qmx_fcdiag_cmd_desc),
+    ROW("fcpim", FC, 15, qmx_fcpim_cmd_desc),
+    ROW("flash", COMMON, 27, qmx_flash_cmd_desc),
+    ROW("fruvpd", COMMON, 31, qmx_fruvpd_cmd_desc),
+    ROW("ipfc", FC, 26, qmx_ipfc_cmd_desc),
+    ROW("lport", FC, 15, qmx_lport_desc),
+    ROW("log", COMMON, 15, qmx_log_cmd_desc),
+    ROW("mfg", COMMON, 24, qmx_mfg_cmd_desc),
+    ROW("pcifn", COMMON, 15, qmx_pcifn_cmd_desc),
+    ROW("phy", CNA, 15, qmx_phy_cmd_desc),
+    ROW("port", COMMON, 15, qmx_port_cmd_desc),
+    ROW("qos", FC, 15, qmx_qos_cmd_desc),
+    ROW("ratelim", FC, 15, qmx_ratelim_desc),
+    ROW("rport", FC, 15, qmx_rport_cmd_desc),
+    ROW("trunk", FC, 15, qmx_trunk_cmd_desc),
+    ROW("vhba", FC, 15, qmx_vhba_cmd_desc),
+    ROW("vnic", ETH, 15, qmx_vnic_cmd_desc),
+    ROW("vport", FC, 13, qmx_vport_cmd_desc),
+};
+
+const size_t kCounts[] = {9, 7, 3, 2, 4, 3, 19, 13, 4, 2, 4, 5, 25, 7,
+                          4, 5, 5, 1, 1, 1, 4, 26, 6, 4, 6, 3, 9, 8, 5};
+
+const qmx_cmd_desc_t* find_cmd(const char* cls, const char* cmd) {
+    for (const qmx_cmd_class_desc_t& c : qmx_class_desc) {
+        if (strcmp(c.name, cls) != 0) continue;
+        for (int i = 0; i < c.num_cmd; ++i)
+            if (strcmp(c.cmds[i].name, cmd) == 0) return &c.cmds[i];
+    }
+    return nullptr;
+}
+
+std::string capture_usage(qmx_cmd_usage_t usage, int extended) {
+    testing::internal::CaptureStdout();
+    usage(extended);
+    return testing::internal::GetCapturedStdout();
+}
+
+// The command words named at the start of the usage lines ("\t--cmd ..."), in order.
+std::vector<std::string> usage_commands(const std::string& text) {
+    std::vector<std::string> out;
+    std::istringstream in(text);
+    std::string line;
+    while (std::getline(in, line)) {
+        if (line.rfind("\t--", 0) != 0) continue;
+        size_t end = line.find(' ', 1);
+        out.push_back(line.substr(1, end == std::string::npos ? std::string::npos : end - 1));
+    }
+    return out;
+}
+
+TEST(CommandTable, ClassesInOrderWithGroupsMasksAndCounts) {
+    ASSERT_EQ(std::size(qmx_class_desc), 30u);
+    ASSERT_EQ(std::size(kClasses), 29u);
+    for (size_t i = 0; i < std::size(kClasses); ++i) {
+        const qmx_cmd_class_desc_t& c = qmx_class_desc[i];
+        SCOPED_TRACE(kClasses[i].name);
+        EXPECT_STREQ(c.name, kClasses[i].name);
+        EXPECT_EQ(c.cmd_type, kClasses[i].type);
+        EXPECT_EQ(c.os, kClasses[i].os);
+        EXPECT_EQ(c.cmds, kClasses[i].cmds);  // each row points at its own class's array
+        EXPECT_EQ(static_cast<size_t>(c.num_cmd), kClasses[i].count);
+        EXPECT_EQ(static_cast<size_t>(c.num_cmd), kCounts[i]);
+        EXPECT_NE(c.usage, nullptr);
+    }
+}
+
+TEST(CommandTable, SentinelClosesTheTable) {
+    const qmx_cmd_class_desc_t& last = qmx_class_desc[29];
+    EXPECT_STREQ(last.name, "none");
+    EXPECT_EQ(last.num_cmd, 0);
+    EXPECT_EQ(last.cmd_type, TYPE_MAX);
+    EXPECT_EQ(last.os, E_INVALID);
+    EXPECT_EQ(last.cmds, nullptr);
+    EXPECT_EQ(last.usage, nullptr);
+    for (size_t i = 0; i < 29; ++i) EXPECT_STRNE(qmx_class_desc[i].name, "none");
+}
+
+TEST(CommandTable, CommandRowsAreWellFormed) {
+    std::set<std::string> classes;
+    for (size_t i = 0; i < 29; ++i) {
+        const qmx_cmd_class_desc_t& c = qmx_class_desc[i];
+        EXPECT_TRUE(classes.insert(c.name).second) << "duplicate class " << c.name;
+        std::set<std::string> names;
+        for (int k = 0; k < c.num_cmd; ++k) {
+            const qmx_cmd_desc_t& cmd = c.cmds[k];
+            SCOPED_TRACE(std::string(c.name) + " " + cmd.name);
+            EXPECT_EQ(strncmp(cmd.name, "--", 2), 0);
+            EXPECT_GT(strlen(cmd.name), 2u);
+            // Help words are answered before the command lookup and would shadow a command.
+            EXPECT_STRNE(cmd.name, "--help");
+            EXPECT_STRNE(cmd.name, "--ehelp");
+            EXPECT_GE(cmd.min_args, 0);
+            EXPECT_LE(cmd.min_args, cmd.max_args);
+            EXPECT_TRUE(names.insert(cmd.name).second) << "duplicate command";
+            // These two kinds exist for the resolver only; no command uses them.
+            EXPECT_NE(cmd.id_desc, TEAM_ID);
+            EXPECT_NE(cmd.id_desc, PCIFN_ID_STRICT);
+            EXPECT_LE(static_cast<int>(cmd.id_desc), static_cast<int>(ID_NONE));
+            EXPECT_LE(static_cast<int>(cmd.drv_path), static_cast<int>(PATH_ANY_OPER));
+        }
+    }
+}
+
+TEST(CommandTable, RowsThatCarryTheirOwnRules) {
+    struct want {
+        const char* cls;
+        const char* cmd;
+        int min, max;
+        qmx_id_desc_t id;
+        qmx_drv_path_t path;
+    };
+    const want rows[] = {
+        {"adapter", "--list", 0, 0, ID_NONE, PATH_ANY},
+        {"adapter", "--mode", 2, 3, ADAPTER_ID, PATH_ANY},
+        {"boot", "--update", 2, 4, ID_NONE, PATH_ANY},
+        {"dcb", "--query", 1, 1, PORT_ID, PATH_ANY_OPER},
+        {"diag", "--ethloopback", 1, 7, PORT_ID, PATH_ETH},
+        {"diag", "--pciloopback", 2, 4, PCIFN_ID, PATH_ANY_OPER},
+        {"fcpim", "--ioperf", 1, 9, ID_NONE, PATH_FC},
+        {"fcpim", "--lunlist", 1, 5, PCIFN_ID, PATH_FC},
+        {"fcpim", "--lunmaskadd", 3, 5, PORT_ID, PATH_FC},
+        {"fcpim", "--pathtov", 2, 2, PCIFN_ID, PATH_FC},
+        {"fruvpd", "--write", 3, 65, ADAPTER_ID, PATH_ANY},
+        {"phy", "--update", 2, 2, ID_NONE, PATH_ANY_OPER},
+        {"port", "--list", 0, 1, ID_NONE, PATH_ANY},
+        {"port", "--mode", 2, 3, PORT_FIRST_IOC, PATH_ANY},
+        {"port", "--fec_query", 1, 1, PORT_ID, PATH_FC},
+        {"trunk", "--query", 1, 1, ADAPTER_ID, PATH_FC},
+        {"vhba", "--bw", 2, 2, PCIFN_FIRST_IOC, PATH_FC},
+        {"vhba", "--create", 1, 3, PORT_FIRST_IOC, PATH_FC},
+        {"vnic", "--bw", 3, 5, PCIFN_FIRST_IOC, PATH_ETH},
+        {"vport", "--create", 2, 6, PCIFN_ID, PATH_FC},
+    };
+    for (const want& w : rows) {
+        SCOPED_TRACE(std::string(w.cls) + " " + w.cmd);
+        const qmx_cmd_desc_t* cmd = find_cmd(w.cls, w.cmd);
+        ASSERT_NE(cmd, nullptr);
+        EXPECT_EQ(cmd->min_args, w.min);
+        EXPECT_EQ(cmd->max_args, w.max);
+        EXPECT_EQ(cmd->id_desc, w.id);
+        EXPECT_EQ(cmd->drv_path, w.path);
+    }
+    // Lookup is linear and first match wins: the port class keeps its given order.
+    EXPECT_STREQ(qmx_port_cmd_desc[8].name, "--bbcr_enable");
+    EXPECT_STREQ(qmx_port_cmd_desc[25].name, "--fec_query");
+    EXPECT_STREQ(qmx_fcpim_cmd_desc[21].name, "--trs_enable");
+    EXPECT_STREQ(qmx_fcpim_cmd_desc[22].name, "--trs_disable");
+}
+
+TEST(UsageText, ExtendedTextListsEveryCommandInTableOrder) {
+    for (size_t i = 0; i < 29; ++i) {
+        const qmx_cmd_class_desc_t& c = qmx_class_desc[i];
+        SCOPED_TRACE(c.name);
+        std::vector<std::string> listed = usage_commands(capture_usage(c.usage, 1));
+        // A command may have more than one usage line; drop repeats that follow each other.
+        std::vector<std::string> distinct;
+        for (const std::string& s : listed)
+            if (distinct.empty() || distinct.back() != s) distinct.push_back(s);
+        ASSERT_EQ(distinct.size(), static_cast<size_t>(c.num_cmd));
+        for (int k = 0; k < c.num_cmd; ++k) EXPECT_EQ(distinct[k], c.cmds[k].name);
+    }
+}
+
+TEST(UsageText, OrdinaryTextHidesOnlyTheHiddenCommands) {
+    const std::set<std::string> hidden = {
+        "boot --blunZone",    "debug --membase",  "debug --memread",
+        "debug --regread",    "debug --regwrite", "port --perf",
+    };
+    for (size_t i = 0; i < 29; ++i) {
+        const qmx_cmd_class_desc_t& c = qmx_class_desc[i];
+        std::vector<std::string> listed = usage_commands(capture_usage(c.usage, 0));
+        std::set<std::string> shown(listed.begin(), listed.end());
+        for (int k = 0; k < c.num_cmd; ++k) {
+            std::string key = std::string(c.name) + " " + c.cmds[k].name;
+            EXPECT_EQ(shown.count(c.cmds[k].name), hidden.count(key) ? 0u : 1u) << key;
+        }
+    }
+}
+
+TEST(UsageText, FcpimCarriesItsPublishedLines) {
+    std::string text = capture_usage(qmx_fcpim_usage, 0);
+    EXPECT_EQ(text.rfind("Example: qmx fcpim --query <pcifn> <rpwwn> [-l <lpwwn>]\n", 0), 0u);
+    const char* blocks[] = {
+        "\t--ioperf <pcifn> [-l [lpwwn]] [-r [rpwwn]] [-c count] [-i interval]\n"
+        "\t--ioperf <port_range> [-l | -r] [-c count] [-i interval]\n"
+        "\t\tShows IO performance in terms of IOPs and throughput at\n"
+        "\t\tdifferent levels viz. Physical port, logical port &\n"
+        "\t\tI-T sessions within a logical port\n\n"
+        "\t\t<port_range> is low to high in the form of\n"
+        "\t\t\t<adapter_id/port_id>-<adapter_id/port_id>\n"
+        "\t\tCount is number of iterations (default = indefinite)\n"
+        "\t\tInterval is sampling period (default = 1 sec)\n\n",
+        "\t--lunlist <pcifn> [-l <lpwwn>] [-v verbose]\n"
+        "\t\tDisplays info about each LUN connected to <pcifn>\n\n",
+        "\t--lunmaskadd <port_id> <rpwwn> <LUN#> [-l <lpwwn>]\n"
+        "\t\tAdd the lunmask entry <lun#> on the target <rpwwn>\n\t\tfor the initiator <lpwwn>\n"
+        "\t\t<lun#> is the 64-bit lun number\n\t\tExample of lun# : 0001-0000-0000-0000\n\n",
+        "\t--lunmaskdelete <port_id> <rpwwn> <LUN#> [-l <lpwwn>]\n"
+        "\t\tDeletes the lunmask entry <lun#> on the target <rpwwn>\n"
+        "\t\tfor the initiator <lpwwn>\n"
+        "\t\t<lun#> is the 64-bit lun number\n\t\tExample of lun# : 0004-0000-0000-0000\n\n",
+        "\t--lunmaskclear <port_id>\n\t\tClears all the LUN masks for the given port\n\n",
+        "\t--lunmaskenable <port_id>\n\t\tEnables lunmasking feature for the given port\n\n",
+        "\t--lunmaskdisable <port_id>\n\t\tDisables lunmasking feature for the given port\n\n",
+        "\t--lunmaskquery <port_id> [-l <lpwwn>] [-r <rpwwn>]\n"
+        "\t\tDisplays the active LUN masking configuration\n\n",
+        "\t--pathtov <pcifn> <tov>\n"
+        "\t\tSets device path timeout value [tov] in seconds (0..60)\n\n",
+        "\t--query <pcifn> <rpwwn> [-l <lpwwn>]\n\t\tQueries fcpim attributes\n\n",
+        "\t--stats <pcifn> <rpwwn> [-l <lpwwn>]\n\t\tDisplays fcpim statistics\n\n",
+        "\t--statsclr <pcifn> <rpwwn> [-l <lpwwn>]\n\t\tClears fcpim statistics\n\n",
+        "\t--throttlequery <pcifn>\n\t\tDisplay current IO throttle values in given fcpim\n\n",
+        "\t--throttleset <pcifn> <throttle_size>\n"
+        "\t\tConfigures IO throttle value (1...2000) in given fcpim\n\n",
+        "\t--throttleclear <pcifn>\n"
+        "\t\tConfigures IO throttle value in given fcpim to default\n\n",
+        "\t--trs_enable <pcifn> <rpwwn> [-l <lpwwn>]\n"
+        "\t\tEnables target reset for the specified target port\n\n",
+        "\t--trs_disable <pcifn> <rpwwn> [-l <lpwwn>]\n"
+        "\t\tDisables target reset for the specified target port\n\n",
+        "\t--trs_query <pcifn>\n\t\tQueries all target reset entries for the given port\n\n",
+        "\t--trs_clear <pcifn>\n\t\tClears all target reset entries for the given port\n\n",
+    };
+    for (const char* b : blocks) EXPECT_NE(text.find(b), std::string::npos) << b;
+}
+
+TEST(UsageText, BootDeviceIdOptionOnlyInExtendedText) {
+    std::string plain = capture_usage(qmx_boot_usage, 0);
+    std::string ext = capture_usage(qmx_boot_usage, 1);
+    const char* opt = " [-d <dev_id>]";
+    const char* note = "dev_id should be 13 for dual port and 17 for single port card";
+    EXPECT_EQ(plain.find(opt), std::string::npos);
+    EXPECT_EQ(plain.find(note), std::string::npos);
+    size_t line = ext.find("\t--update ");
+    ASSERT_NE(line, std::string::npos);
+    // The option ends the update line itself.
+    EXPECT_EQ(ext.find(std::string(opt) + "\n"), ext.find('\n', line) - strlen(opt));
+    EXPECT_NE(ext.find(note), std::string::npos);
+    // Every block ends with a blank line, the extended one too.
+    EXPECT_EQ(ext.substr(ext.size() - 2), "\n\n");
+}
+
+}  // namespace
