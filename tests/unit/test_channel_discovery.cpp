@@ -1,0 +1,160 @@
+// Discovery's pure pieces: which sysfs entries are PCI functions, the host entry, the device
+// node choice, the PCI function number, and reading the driver's identity reply into a record.
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <set>
+#include <string>
+
+#include "kvol.h"
+#include "kvol_ioc_priv.h"
+
+namespace {
+
+class PciName : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(kvol_pci_regex_compile(&re_), 0); }
+    void TearDown() override { regfree(&re_); }
+    bool match(const char* s) { return kvol_pci_name_matches(&re_, s); }
+    regex_t re_{};
+};
+
+std::set<std::string> g_nodes;
+bool fake_exists(const char* path) { return g_nodes.count(path) > 0; }
+
+}  // namespace
+
+TEST_F(PciName, FunctionAddressesMatchAndDriverFilesDoNot) {
+    EXPECT_TRUE(match("0000:03:00.0"));
+    EXPECT_TRUE(match("0000:af:1f.7"));
+    EXPECT_TRUE(match("0000:03:00x1"));  // the separator before the function is any character
+    EXPECT_TRUE(match("10000:03:00.1"));  // not anchored
+    for (const char* s : {"bind", "unbind", "new_id", "remove_id", "module", "uevent", ".", "..",
+                          "0000:03:00", "0000:03:00.", "0000:03:0.1", "0000:AF:00.0",
+                          "0000:03:00.A", "000:03:00.1"})
+        EXPECT_FALSE(match(s)) << s;
+}
+
+TEST(SysfsHost, HostEntryGivesTheDigitsAfterItsFirstFourCharacters) {
+    EXPECT_EQ(kvol_sysfs_host_num("host3"), 3);
+    EXPECT_EQ(kvol_sysfs_host_num("host127"), 127);
+    EXPECT_EQ(kvol_sysfs_host_num("host"), 0);
+    EXPECT_EQ(kvol_sysfs_host_num("hostx9"), 0);
+    EXPECT_EQ(kvol_sysfs_host_num("scsi_host"), 0);  // contains "host": digits after "scsi"
+    EXPECT_EQ(kvol_sysfs_host_num("driver"), -1);
+    EXPECT_EQ(kvol_sysfs_host_num("Host3"), -1);
+    EXPECT_EQ(kvol_sysfs_host_num(""), -1);
+    EXPECT_EQ(kvol_sysfs_host_num("host99999999999999999999"), -1);  // no overflow
+}
+
+TEST(DevicePath, BsgNodeThenFcHostNodeThenControlNode) {
+    char out[256];
+    g_nodes = {"/dev/bsg/fc_host3", "/dev/fc_host3"};
+    kvol_fc_devpath(3, fake_exists, out, sizeof(out));
+    EXPECT_STREQ(out, "/dev/bsg/fc_host3");
+    g_nodes = {"/dev/fc_host3", "/dev/bsg/fc_host4"};
+    kvol_fc_devpath(3, fake_exists, out, sizeof(out));
+    EXPECT_STREQ(out, "/dev/fc_host3");
+    g_nodes = {"/dev/bsg/fc_host30", "/dev/fc_host30"};
+    kvol_fc_devpath(3, fake_exists, out, sizeof(out));
+    EXPECT_STREQ(out, "/dev/kvo");
+    g_nodes.clear();
+    char small[8];
+    kvol_fc_devpath(12345, fake_exists, small, sizeof(small));
+    EXPECT_STREQ(small, "/dev/kv");  // cut, never overrun
+}
+
+TEST(PciFunction, HexDigitsAfterTheLastDot) {
+    EXPECT_EQ(kvol_parse_pcifn("0000:03:00.0", 32), 0);
+    EXPECT_EQ(kvol_parse_pcifn("0000:03:00.7", 32), 7);
+    EXPECT_EQ(kvol_parse_pcifn("0000:03:00.a", 32), 10);
+    EXPECT_EQ(kvol_parse_pcifn("0000:03:00.F", 32), 15);
+    EXPECT_EQ(kvol_parse_pcifn("0000:03:00.1f", 32), 31);
+    EXPECT_EQ(kvol_parse_pcifn("0000:03.00.2\n", 32), 2);
+    EXPECT_EQ(kvol_parse_pcifn("a.b.3", 32), 3);
+    EXPECT_EQ(kvol_parse_pcifn("0000:03:00", 32), -1);
+    EXPECT_EQ(kvol_parse_pcifn("0000:03:00.", 32), -1);
+    EXPECT_EQ(kvol_parse_pcifn("0000:03:00.x", 32), -1);
+    EXPECT_EQ(kvol_parse_pcifn("0000:03:00.123", 32), -1);
+    EXPECT_EQ(kvol_parse_pcifn("", 32), -1);
+    // An unterminated field is read within its size only.
+    char field[12];
+    memcpy(field, "0000:03:00.5", sizeof(field));
+    EXPECT_EQ(kvol_parse_pcifn(field, 11), -1);  // the digit lies beyond the field
+    EXPECT_EQ(kvol_parse_pcifn(field, 12), 5);
+}
+
+TEST(IocInfoFill, StorageFunctionTakesWwnsAndFcoeItsMacs) {
+    kvo_ioc_info_t info{};
+    snprintf(info.serialnum, sizeof(info.serialnum), "KV1234567");
+    snprintf(info.hwpath, sizeof(info.hwpath), "0000:03:00.1");
+    snprintf(info.adapter_hwpath, sizeof(info.adapter_hwpath), "0000:03:00");
+    snprintf(info.name, sizeof(info.name), "lab");
+    snprintf(info.port_name, sizeof(info.port_name), "p1");
+    info.pwwn = 0x1000000000000001;
+    info.nwwn = 0x2000000000000001;
+    info.factorypwwn = 0x1000000000000011;
+    info.factorynwwn = 0x2000000000000011;
+    info.mac = mac_t{{1, 2, 3, 4, 5, 6}};
+    info.factory_mac = mac_t{{1, 2, 3, 4, 5, 7}};
+    info.current_mac = mac_t{{1, 2, 3, 4, 5, 8}};
+    info.ioc_type = KVO_IOC_TYPE_FC;
+
+    kvol_t rec{};
+    kvol_ioc_fill_from_info(&rec, &info);
+    EXPECT_STREQ(rec.serialnum, "KV1234567");
+    EXPECT_STREQ(rec.ioc_hwpath, "0000:03:00.1");
+    EXPECT_STREQ(rec.adapter_hwpath, "0000:03:00");
+    EXPECT_STREQ(rec.name, "lab");
+    EXPECT_STREQ(rec.port_name, "p1");
+    EXPECT_EQ(rec.pcifn_id, 1);
+    EXPECT_EQ(rec.ioc_type, KVO_IOC_TYPE_FC);
+    EXPECT_EQ(rec.pwwn, info.pwwn);
+    EXPECT_EQ(rec.factorynwwn, info.factorynwwn);
+    EXPECT_EQ(rec.mac.mac[0], 0);  // plain FC has no MAC
+
+    info.ioc_type = KVO_IOC_TYPE_FCoE;
+    kvol_t fcoe{};
+    kvol_ioc_fill_from_info(&fcoe, &info);
+    EXPECT_EQ(fcoe.nwwn, info.nwwn);
+    EXPECT_EQ(memcmp(&fcoe.mac, &info.mac, 6), 0);
+    EXPECT_EQ(memcmp(&fcoe.factory_mac, &info.factory_mac, 6), 0);
+    EXPECT_EQ(fcoe.current_mac.mac[5], 0);
+}
+
+TEST(IocInfoFill, EthernetFunctionTakesMacsAndNoWwns) {
+    kvo_ioc_info_t info{};
+    info.ioc_type = KVO_IOC_TYPE_LL;
+    info.pwwn = 0x1000000000000001;
+    info.nwwn = 0x2000000000000001;
+    info.current_mac = mac_t{{0xa, 0xb, 0xc, 0xd, 0xe, 0xf}};
+    snprintf(info.eth_name, sizeof(info.eth_name), "eth4");
+    kvol_t rec{};
+    rec.pwwn = 5;
+    kvol_ioc_fill_from_info(&rec, &info);
+    EXPECT_EQ(rec.pwwn, 0u);
+    EXPECT_EQ(rec.nwwn, 0u);
+    EXPECT_EQ(memcmp(&rec.current_mac, &info.current_mac, 6), 0);
+    EXPECT_STREQ(rec.eth_name, "eth4");
+    EXPECT_EQ(rec.pcifn_id, -1);  // no hardware path in the reply
+}
+
+TEST(IocInfoFill, GarbageReplyIsCutToTheFields) {
+    kvo_ioc_info_t info;
+    memset(&info, 'Z', sizeof(info));  // no terminator anywhere
+    info.ioc_type = 77;                // not a known type: handled as Ethernet
+    kvol_t rec;
+    memset(&rec, 0x11, sizeof(rec));
+    kvol_ioc_fill_from_info(&rec, &info);
+    EXPECT_EQ(strlen(rec.serialnum), sizeof(rec.serialnum) - 1);  // 64 bytes into 12
+    EXPECT_EQ(strlen(rec.ioc_hwpath), sizeof(rec.ioc_hwpath) - 1);
+    EXPECT_EQ(strlen(rec.adapter_hwpath), sizeof(rec.adapter_hwpath) - 1);
+    EXPECT_EQ(strlen(rec.name), sizeof(rec.name) - 1);
+    EXPECT_EQ(strlen(rec.port_name), sizeof(rec.port_name) - 1);
+    EXPECT_EQ(strlen(rec.eth_name), sizeof(rec.eth_name) - 1);
+    EXPECT_EQ(rec.pcifn_id, -1);
+    EXPECT_EQ(rec.pwwn, 0u);
+    EXPECT_EQ(static_cast<uint32_t>(rec.ioc_type), 77u);
+    // Fields after the copied ones are untouched.
+    EXPECT_EQ(static_cast<uint8_t>(rec.friendlyName[0]), 0x11);
+}
