@@ -21,15 +21,15 @@ constexpr qmx_drv_path_t P_OPER = PATH_ANY_OPER;
 }  // namespace
 
 const qmx_cmd_desc_t qmx_adapter_cmd_desc[] = {
-    {"--autostart", 2, 2, ADAPTER, P_ANY, nullptr},
-    {"--count", 0, 0, ADAPTER, P_ANY, nullptr},
-    {"--disable", 1, 1, ADAPTER, P_ANY, nullptr},
-    {"--enable", 1, 1, ADAPTER, P_ANY, nullptr},
-    {"--list", 0, 0, NONE, P_ANY, nullptr},
-    {"--mode", 2, 3, ADAPTER, P_ANY, nullptr},
-    {"--name", 1, 2, ADAPTER, P_ANY, nullptr},
-    {"--query", 1, 2, ADAPTER, P_ANY, nullptr},
-    {"--reload_fw", 1, 1, ADAPTER, P_ANY, nullptr},
+    {"--autostart", 2, 2, ADAPTER, P_ANY, qmx_adapter_autostart},
+    {"--count", 0, 0, ADAPTER, P_ANY, qmx_adapter_count},
+    {"--disable", 1, 1, ADAPTER, P_ANY, qmx_adapter_disable},
+    {"--enable", 1, 1, ADAPTER, P_ANY, qmx_adapter_enable},
+    {"--list", 0, 0, NONE, P_ANY, qmx_adapter_list},
+    {"--mode", 2, 3, ADAPTER, P_ANY, qmx_adapter_mode},
+    {"--name", 1, 2, ADAPTER, P_ANY, qmx_adapter_name},
+    {"--query", 1, 2, ADAPTER, P_ANY, qmx_adapter_query},
+    {"--reload_fw", 1, 1, ADAPTER, P_ANY, qmx_adapter_reload_fw},
 };
 
 const qmx_cmd_desc_t qmx_auth_cmd_desc[] = {

@@ -186,6 +186,24 @@ TEST(CommandTable, RowsThatCarryTheirOwnRules) {
     EXPECT_STREQ(qmx_fcpim_cmd_desc[22].name, "--trs_disable");
 }
 
+TEST(CommandTable, AdapterCommandsReachTheirOwnHandlers) {
+    const struct {
+        const char* cmd;
+        qmx_cmd_handler_t handler;
+    } rows[] = {
+        {"--autostart", qmx_adapter_autostart}, {"--count", qmx_adapter_count},
+        {"--disable", qmx_adapter_disable},     {"--enable", qmx_adapter_enable},
+        {"--list", qmx_adapter_list},           {"--mode", qmx_adapter_mode},
+        {"--name", qmx_adapter_name},           {"--query", qmx_adapter_query},
+        {"--reload_fw", qmx_adapter_reload_fw},
+    };
+    for (const auto& r : rows) {
+        const qmx_cmd_desc_t* cmd = find_cmd("adapter", r.cmd);
+        ASSERT_NE(cmd, nullptr) << r.cmd;
+        EXPECT_EQ(cmd->handler, r.handler) << r.cmd;
+    }
+}
+
 TEST(UsageText, ExtendedTextListsEveryCommandInTableOrder) {
     for (size_t i = 0; i < 29; ++i) {
         const qmx_cmd_class_desc_t& c = qmx_class_desc[i];
