@@ -1,0 +1,40 @@
+#pragma once
+// What the preload library asks of the emulated host: which paths are emulated, which emulated
+// files are driver nodes, and the answers to ioctl on them.
+#include <string>
+
+namespace kvosim {
+
+// Lexically normalised absolute path ("//a/./b/../c/" -> "/a/c/", trailing slash kept);
+// returns false for a relative path.
+bool normalise_path(const char* path, std::string& out);
+
+// True when the (normalised) path lies under one of the emulated prefixes.
+bool emulated_path(const std::string& vpath);
+
+// The real file of an emulated path: <bed>/root<vpath>; "" when no bed is set.
+std::string bed_file(const std::string& vpath);
+
+// The virtual path of a real path inside the bed's root/, or "" when it is outside.
+std::string virtual_of(const std::string& real);
+
+enum class NodeKind { none, kvo, tqe, ipfc, bsg_host, fc_host, bsg_rport, rport, sg };
+struct NodeRef {
+    NodeKind kind = NodeKind::none;
+    int host = -1;     // fc_host number of bsg_host / fc_host nodes
+    std::string path;  // the node's path as the caller named it (normalised)
+};
+// Classifies an emulated path; kind none for anything that is not a driver node.
+NodeRef classify_node(const std::string& vpath);
+
+// ioctl on a descriptor opened on an emulated node: 0 or -1 with errno, as the kernel answers.
+int node_ioctl(const NodeRef& node, unsigned long request, void* arg);
+
+// SIOCETHTOOL: when the ifreq names an emulated interface, answers it, stores the result in
+// *rc and returns true; returns false for any other interface.
+bool ethtool_ioctl(void* ifreq, int* rc);
+
+// errno with which an open of this emulated path fails by a fault rule, or 0.
+int open_fault(const std::string& vpath);
+
+}  // namespace kvosim

@@ -1,0 +1,697 @@
+// libkvosim.so: preloaded into the host software and every child it starts. Paths under the
+// emulated prefixes are redirected into the bed's root/ (and never reach the real system: a
+// file the bed lacks does not exist); descriptors opened on emulated driver nodes are tracked
+// and ioctl on them is answered by the emulated drivers. Directory listings of emulated
+// directories come back sorted by name, so that every run sees the same order.
+#undef _FORTIFY_SOURCE
+#include <dirent.h>
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <linux/sockios.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "bed.h"
+#include "emu.h"
+
+using kvosim::NodeKind;
+using kvosim::NodeRef;
+
+static_assert(sizeof(struct dirent) == sizeof(struct dirent64), "dirent layouts differ");
+
+namespace {
+
+template <class F>
+F next_fn(const char* name) {
+    return reinterpret_cast<F>(dlsym(RTLD_NEXT, name));
+}
+
+#define REAL(name, type)                                  \
+    static const auto real = next_fn<type>(#name);        \
+    if (real == nullptr) {                                \
+        errno = ENOSYS;                                   \
+    }
+
+// ---- where a path goes ------------------------------------------------------------------
+
+enum class How { pass, mapped, noent };
+
+struct Route {
+    How how = How::pass;
+    std::string vpath;  // normalised virtual path
+    std::string real;   // its file in the bed
+};
+
+Route route(const char* path) {
+    Route r;
+    if (path == nullptr || path[0] != '/') return r;
+    std::string v;
+    if (!kvosim::normalise_path(path, v) || !kvosim::emulated_path(v)) return r;
+    r.vpath = v;
+    r.real = kvosim::bed_file(v);
+    r.how = r.real.empty() ? How::noent : How::mapped;
+    return r;
+}
+
+Route route_at(int dirfd, const char* path) {
+    // Relative to a real directory descriptor: an emulated directory's descriptor already
+    // points into the bed.
+    if (path != nullptr && path[0] != '/' && dirfd != AT_FDCWD) return Route();
+    return route(path);
+}
+
+// ---- tracked descriptors and directory streams ------------------------------------------
+
+struct Tracked {
+    std::string vpath;
+    dev_t dev;
+    ino_t ino;
+};
+
+struct DirList {
+    std::vector<struct dirent64> ents;
+    size_t pos = 0;
+};
+
+struct Tables {
+    std::mutex mu;
+    std::unordered_map<int, Tracked> fds;
+    std::unordered_map<DIR*, DirList> dirs;
+};
+
+Tables& tables() {
+    static Tables* t = new Tables;  // never destroyed: destructors of other libraries may run later
+    return *t;
+}
+
+void track(int fd, const std::string& vpath) {
+    struct stat sb;
+    if (fd < 0 || fstat(fd, &sb) != 0) return;
+    Tables& t = tables();
+    std::lock_guard<std::mutex> g(t.mu);
+    t.fds[fd] = Tracked{vpath, sb.st_dev, sb.st_ino};
+}
+
+void untrack(int fd) {
+    Tables& t = tables();
+    std::lock_guard<std::mutex> g(t.mu);
+    t.fds.erase(fd);
+}
+
+// The virtual path of a descriptor opened on an emulated file; a descriptor number reused
+// after a close we could not see (stdio, fdopendir) no longer matches its file and is dropped.
+bool tracked(int fd, std::string& vpath) {
+    Tracked tr;
+    {
+        Tables& t = tables();
+        std::lock_guard<std::mutex> g(t.mu);
+        auto it = t.fds.find(fd);
+        if (it == t.fds.end()) return false;
+        tr = it->second;
+    }
+    struct stat sb;
+    if (fstat(fd, &sb) != 0 || sb.st_dev != tr.dev || sb.st_ino != tr.ino) {
+        untrack(fd);
+        return false;
+    }
+    vpath = tr.vpath;
+    return true;
+}
+
+void load_sorted(DIR* d) {
+    static const auto real_readdir64 = next_fn<struct dirent64* (*)(DIR*)>("readdir64");
+    if (d == nullptr || real_readdir64 == nullptr) return;
+    DirList l;
+    int saved = errno;
+    while (struct dirent64* e = real_readdir64(d)) l.ents.push_back(*e);
+    errno = saved;
+    std::sort(l.ents.begin(), l.ents.end(),
+              [](const struct dirent64& a, const struct dirent64& b) { return strcmp(a.d_name, b.d_name) < 0; });
+    Tables& t = tables();
+    std::lock_guard<std::mutex> g(t.mu);
+    t.dirs[d] = std::move(l);
+}
+
+struct dirent64* next_sorted(DIR* d, bool& known) {
+    Tables& t = tables();
+    std::lock_guard<std::mutex> g(t.mu);
+    auto it = t.dirs.find(d);
+    known = it != t.dirs.end();
+    if (!known || it->second.pos >= it->second.ents.size()) return nullptr;
+    return &it->second.ents[it->second.pos++];
+}
+
+int refuse(int e) {
+    errno = e;
+    return -1;
+}
+
+// Opens an emulated path through `opener` after the fault rules allow it.
+template <class Open>
+int open_mapped(const Route& r, Open opener) {
+    if (r.how == How::noent) return refuse(ENOENT);
+    if (int e = kvosim::open_fault(r.vpath)) return refuse(e);
+    int fd = opener(r.real.c_str());
+    if (fd >= 0) {
+        int saved = errno;
+        track(fd, r.vpath);
+        errno = saved;
+    }
+    return fd;
+}
+
+mode_t mode_arg(int flags, va_list ap) {
+    if ((flags & O_CREAT) || (flags & O_TMPFILE) == O_TMPFILE) return static_cast<mode_t>(va_arg(ap, int));
+    return 0;
+}
+
+bool debugfs_target(const char* target) {
+    std::string v;
+    return target != nullptr && kvosim::normalise_path(target, v) &&
+           (v == "/sys/kernel/debug" || v == "/sys/kernel/debug/");
+}
+
+// The result of realpath on an emulated path names the virtual file, not the bed's copy.
+char* virtual_result(char* resolved_real, char* caller_buf) {
+    if (resolved_real == nullptr) return nullptr;
+    std::string v = kvosim::virtual_of(resolved_real);
+    if (v.empty()) return resolved_real;
+    if (caller_buf != nullptr) {
+        snprintf(caller_buf, PATH_MAX, "%s", v.c_str());
+        return caller_buf;
+    }
+    free(resolved_real);
+    return strdup(v.c_str());
+}
+
+}  // namespace
+
+extern "C" {
+
+// ---- open family --------------------------------------------------------------------------
+
+int open(const char* path, int flags, ...) {
+    va_list ap;
+    va_start(ap, flags);
+    mode_t mode = mode_arg(flags, ap);
+    va_end(ap);
+    REAL(open, int (*)(const char*, int, ...));
+    Route r = route(path);
+    if (r.how == How::pass) return real ? real(path, flags, mode) : -1;
+    return open_mapped(r, [&](const char* p) { return real(p, flags, mode); });
+}
+
+int open64(const char* path, int flags, ...) {
+    va_list ap;
+    va_start(ap, flags);
+    mode_t mode = mode_arg(flags, ap);
+    va_end(ap);
+    REAL(open64, int (*)(const char*, int, ...));
+    Route r = route(path);
+    if (r.how == How::pass) return real ? real(path, flags, mode) : -1;
+    return open_mapped(r, [&](const char* p) { return real(p, flags, mode); });
+}
+
+int openat(int dirfd, const char* path, int flags, ...) {
+    va_list ap;
+    va_start(ap, flags);
+    mode_t mode = mode_arg(flags, ap);
+    va_end(ap);
+    REAL(openat, int (*)(int, const char*, int, ...));
+    Route r = route_at(dirfd, path);
+    if (r.how == How::pass) return real ? real(dirfd, path, flags, mode) : -1;
+    return open_mapped(r, [&](const char* p) { return real(AT_FDCWD, p, flags, mode); });
+}
+
+int openat64(int dirfd, const char* path, int flags, ...) {
+    va_list ap;
+    va_start(ap, flags);
+    mode_t mode = mode_arg(flags, ap);
+    va_end(ap);
+    REAL(openat64, int (*)(int, const char*, int, ...));
+    Route r = route_at(dirfd, path);
+    if (r.how == How::pass) return real ? real(dirfd, path, flags, mode) : -1;
+    return open_mapped(r, [&](const char* p) { return real(AT_FDCWD, p, flags, mode); });
+}
+
+int __open_2(const char* path, int flags) { return open(path, flags); }
+int __open64_2(const char* path, int flags) { return open64(path, flags); }
+int __openat_2(int dirfd, const char* path, int flags) { return openat(dirfd, path, flags); }
+int __openat64_2(int dirfd, const char* path, int flags) { return openat64(dirfd, path, flags); }
+
+int creat(const char* path, mode_t mode) { return open(path, O_CREAT | O_WRONLY | O_TRUNC, mode); }
+int creat64(const char* path, mode_t mode) { return open64(path, O_CREAT | O_WRONLY | O_TRUNC, mode); }
+
+FILE* fopen(const char* path, const char* mode) {
+    REAL(fopen, FILE* (*)(const char*, const char*));
+    Route r = route(path);
+    if (r.how == How::pass) return real ? real(path, mode) : nullptr;
+    FILE* f = nullptr;
+    open_mapped(r, [&](const char* p) {
+        f = real(p, mode);
+        return f ? fileno(f) : -1;
+    });
+    return f;
+}
+
+FILE* fopen64(const char* path, const char* mode) {
+    REAL(fopen64, FILE* (*)(const char*, const char*));
+    Route r = route(path);
+    if (r.how == How::pass) return real ? real(path, mode) : nullptr;
+    FILE* f = nullptr;
+    open_mapped(r, [&](const char* p) {
+        f = real(p, mode);
+        return f ? fileno(f) : -1;
+    });
+    return f;
+}
+
+FILE* freopen(const char* path, const char* mode, FILE* stream) {
+    REAL(freopen, FILE* (*)(const char*, const char*, FILE*));
+    Route r = route(path);
+    if (r.how == How::pass) return real ? real(path, mode, stream) : nullptr;
+    FILE* f = nullptr;
+    open_mapped(r, [&](const char* p) {
+        f = real(p, mode, stream);
+        return f ? fileno(f) : -1;
+    });
+    return f;
+}
+
+FILE* freopen64(const char* path, const char* mode, FILE* stream) {
+    REAL(freopen64, FILE* (*)(const char*, const char*, FILE*));
+    Route r = route(path);
+    if (r.how == How::pass) return real ? real(path, mode, stream) : nullptr;
+    FILE* f = nullptr;
+    open_mapped(r, [&](const char* p) {
+        f = real(p, mode, stream);
+        return f ? fileno(f) : -1;
+    });
+    return f;
+}
+
+int fclose(FILE* f) {
+    REAL(fclose, int (*)(FILE*));
+    if (f != nullptr) untrack(fileno(f));
+    return real ? real(f) : EOF;
+}
+
+int close(int fd) {
+    REAL(close, int (*)(int));
+    untrack(fd);
+    return real ? real(fd) : -1;
+}
+
+int dup(int fd) {
+    REAL(dup, int (*)(int));
+    int nfd = real ? real(fd) : -1;
+    std::string v;
+    if (nfd >= 0 && tracked(fd, v)) track(nfd, v);
+    return nfd;
+}
+
+int dup2(int fd, int fd2) {
+    REAL(dup2, int (*)(int, int));
+    int nfd = real ? real(fd, fd2) : -1;
+    if (nfd >= 0 && nfd != fd) {
+        untrack(nfd);
+        std::string v;
+        if (tracked(fd, v)) track(nfd, v);
+    }
+    return nfd;
+}
+
+int dup3(int fd, int fd2, int flags) {
+    REAL(dup3, int (*)(int, int, int));
+    int nfd = real ? real(fd, fd2, flags) : -1;
+    if (nfd >= 0) {
+        untrack(nfd);
+        std::string v;
+        if (tracked(fd, v)) track(nfd, v);
+    }
+    return nfd;
+}
+
+// ---- directories ------------------------------------------------------------------------
+
+DIR* opendir(const char* path) {
+    REAL(opendir, DIR* (*)(const char*));
+    Route r = route(path);
+    if (r.how == How::pass) return real ? real(path) : nullptr;
+    if (r.how == How::noent) {
+        errno = ENOENT;
+        return nullptr;
+    }
+    if (int e = kvosim::open_fault(r.vpath)) {
+        errno = e;
+        return nullptr;
+    }
+    DIR* d = real(r.real.c_str());
+    if (d != nullptr) load_sorted(d);
+    return d;
+}
+
+DIR* fdopendir(int fd) {
+    REAL(fdopendir, DIR* (*)(int));
+    std::string v;
+    bool emulated = tracked(fd, v);
+    DIR* d = real ? real(fd) : nullptr;
+    if (d != nullptr && emulated) load_sorted(d);
+    return d;
+}
+
+struct dirent* readdir(DIR* d) {
+    REAL(readdir, struct dirent* (*)(DIR*));
+    bool known = false;
+    struct dirent64* e = next_sorted(d, known);
+    if (known) return reinterpret_cast<struct dirent*>(e);
+    return real ? real(d) : nullptr;
+}
+
+struct dirent64* readdir64(DIR* d) {
+    REAL(readdir64, struct dirent64* (*)(DIR*));
+    bool known = false;
+    struct dirent64* e = next_sorted(d, known);
+    if (known) return e;
+    return real ? real(d) : nullptr;
+}
+
+void rewinddir(DIR* d) {
+    REAL(rewinddir, void (*)(DIR*));
+    {
+        Tables& t = tables();
+        std::lock_guard<std::mutex> g(t.mu);
+        auto it = t.dirs.find(d);
+        if (it != t.dirs.end()) {
+            it->second.pos = 0;
+            return;
+        }
+    }
+    if (real) real(d);
+}
+
+int closedir(DIR* d) {
+    REAL(closedir, int (*)(DIR*));
+    if (d != nullptr) {
+        untrack(dirfd(d));
+        Tables& t = tables();
+        std::lock_guard<std::mutex> g(t.mu);
+        t.dirs.erase(d);
+    }
+    return real ? real(d) : -1;
+}
+
+int mkdir(const char* path, mode_t mode) {
+    REAL(mkdir, int (*)(const char*, mode_t));
+    Route r = route(path);
+    if (r.how == How::pass) return real ? real(path, mode) : -1;
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real(r.real.c_str(), mode);
+}
+
+int mkdirat(int dirfd, const char* path, mode_t mode) {
+    REAL(mkdirat, int (*)(int, const char*, mode_t));
+    Route r = route_at(dirfd, path);
+    if (r.how == How::pass) return real ? real(dirfd, path, mode) : -1;
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real(AT_FDCWD, r.real.c_str(), mode);
+}
+
+int rmdir(const char* path) {
+    REAL(rmdir, int (*)(const char*));
+    Route r = route(path);
+    if (r.how == How::pass) return real ? real(path) : -1;
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real(r.real.c_str());
+}
+
+int chdir(const char* path) {
+    REAL(chdir, int (*)(const char*));
+    Route r = route(path);
+    if (r.how == How::pass) return real ? real(path) : -1;
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real(r.real.c_str());
+}
+
+// ---- status -------------------------------------------------------------------------------
+
+int stat(const char* path, struct stat* sb) {
+    REAL(stat, int (*)(const char*, struct stat*));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real ? real(r.how == How::pass ? path : r.real.c_str(), sb) : -1;
+}
+
+int lstat(const char* path, struct stat* sb) {
+    REAL(lstat, int (*)(const char*, struct stat*));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real ? real(r.how == How::pass ? path : r.real.c_str(), sb) : -1;
+}
+
+int stat64(const char* path, struct stat64* sb) {
+    REAL(stat64, int (*)(const char*, struct stat64*));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real ? real(r.how == How::pass ? path : r.real.c_str(), sb) : -1;
+}
+
+int lstat64(const char* path, struct stat64* sb) {
+    REAL(lstat64, int (*)(const char*, struct stat64*));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real ? real(r.how == How::pass ? path : r.real.c_str(), sb) : -1;
+}
+
+int fstatat(int dirfd, const char* path, struct stat* sb, int flags) {
+    REAL(fstatat, int (*)(int, const char*, struct stat*, int));
+    Route r = route_at(dirfd, path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    if (r.how == How::pass) return real ? real(dirfd, path, sb, flags) : -1;
+    return real(AT_FDCWD, r.real.c_str(), sb, flags);
+}
+
+int fstatat64(int dirfd, const char* path, struct stat64* sb, int flags) {
+    REAL(fstatat64, int (*)(int, const char*, struct stat64*, int));
+    Route r = route_at(dirfd, path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    if (r.how == How::pass) return real ? real(dirfd, path, sb, flags) : -1;
+    return real(AT_FDCWD, r.real.c_str(), sb, flags);
+}
+
+// Entry points of binaries built against older C libraries.
+int __xstat(int, const char* path, struct stat* sb) { return stat(path, sb); }
+int __lxstat(int, const char* path, struct stat* sb) { return lstat(path, sb); }
+int __xstat64(int, const char* path, struct stat64* sb) { return stat64(path, sb); }
+int __lxstat64(int, const char* path, struct stat64* sb) { return lstat64(path, sb); }
+int __fxstatat(int, int dirfd, const char* path, struct stat* sb, int flags) {
+    return fstatat(dirfd, path, sb, flags);
+}
+int __fxstatat64(int, int dirfd, const char* path, struct stat64* sb, int flags) {
+    return fstatat64(dirfd, path, sb, flags);
+}
+
+int statx(int dirfd, const char* path, int flags, unsigned int mask, struct statx* sb) {
+    REAL(statx, int (*)(int, const char*, int, unsigned int, struct statx*));
+    Route r = route_at(dirfd, path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    if (r.how == How::pass) return real ? real(dirfd, path, flags, mask, sb) : -1;
+    return real(AT_FDCWD, r.real.c_str(), flags, mask, sb);
+}
+
+int access(const char* path, int mode) {
+    REAL(access, int (*)(const char*, int));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real ? real(r.how == How::pass ? path : r.real.c_str(), mode) : -1;
+}
+
+int faccessat(int dirfd, const char* path, int mode, int flags) {
+    REAL(faccessat, int (*)(int, const char*, int, int));
+    Route r = route_at(dirfd, path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    if (r.how == How::pass) return real ? real(dirfd, path, mode, flags) : -1;
+    return real(AT_FDCWD, r.real.c_str(), mode, flags);
+}
+
+int euidaccess(const char* path, int mode) {
+    REAL(euidaccess, int (*)(const char*, int));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real ? real(r.how == How::pass ? path : r.real.c_str(), mode) : -1;
+}
+
+int eaccess(const char* path, int mode) { return euidaccess(path, mode); }
+
+long pathconf(const char* path, int name) {
+    REAL(pathconf, long (*)(const char*, int));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real ? real(r.how == How::pass ? path : r.real.c_str(), name) : -1;
+}
+
+int truncate(const char* path, off_t len) {
+    REAL(truncate, int (*)(const char*, off_t));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real ? real(r.how == How::pass ? path : r.real.c_str(), len) : -1;
+}
+
+// ---- links and names ----------------------------------------------------------------------
+
+ssize_t readlink(const char* path, char* buf, size_t len) {
+    REAL(readlink, ssize_t (*)(const char*, char*, size_t));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real ? real(r.how == How::pass ? path : r.real.c_str(), buf, len) : -1;
+}
+
+ssize_t readlinkat(int dirfd, const char* path, char* buf, size_t len) {
+    REAL(readlinkat, ssize_t (*)(int, const char*, char*, size_t));
+    Route r = route_at(dirfd, path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    if (r.how == How::pass) return real ? real(dirfd, path, buf, len) : -1;
+    return real(AT_FDCWD, r.real.c_str(), buf, len);
+}
+
+ssize_t __readlink_chk(const char* path, char* buf, size_t len, size_t buflen) {
+    if (len > buflen) abort();  // the fortified contract
+    return readlink(path, buf, len);
+}
+
+ssize_t __readlinkat_chk(int dirfd, const char* path, char* buf, size_t len, size_t buflen) {
+    if (len > buflen) abort();
+    return readlinkat(dirfd, path, buf, len);
+}
+
+char* realpath(const char* path, char* resolved) {
+    REAL(realpath, char* (*)(const char*, char*));
+    Route r = route(path);
+    if (r.how == How::noent) {
+        errno = ENOENT;
+        return nullptr;
+    }
+    if (real == nullptr) return nullptr;
+    if (r.how == How::pass) return real(path, resolved);
+    return virtual_result(real(r.real.c_str(), nullptr), resolved);
+}
+
+char* __realpath_chk(const char* path, char* resolved, size_t resolvedlen) {
+    if (resolved != nullptr && resolvedlen < PATH_MAX) abort();
+    return realpath(path, resolved);
+}
+
+char* canonicalize_file_name(const char* path) { return realpath(path, nullptr); }
+
+int unlink(const char* path) {
+    REAL(unlink, int (*)(const char*));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real ? real(r.how == How::pass ? path : r.real.c_str()) : -1;
+}
+
+int unlinkat(int dirfd, const char* path, int flags) {
+    REAL(unlinkat, int (*)(int, const char*, int));
+    Route r = route_at(dirfd, path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    if (r.how == How::pass) return real ? real(dirfd, path, flags) : -1;
+    return real(AT_FDCWD, r.real.c_str(), flags);
+}
+
+int remove(const char* path) {
+    REAL(remove, int (*)(const char*));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real ? real(r.how == How::pass ? path : r.real.c_str()) : -1;
+}
+
+int rename(const char* from, const char* to) {
+    REAL(rename, int (*)(const char*, const char*));
+    Route a = route(from), b = route(to);
+    if (a.how == How::noent || b.how == How::noent) return refuse(ENOENT);
+    // Emulated and real files never share a file system.
+    if ((a.how == How::pass) != (b.how == How::pass)) return refuse(EXDEV);
+    if (real == nullptr) return -1;
+    if (a.how == How::pass) return real(from, to);
+    return real(a.real.c_str(), b.real.c_str());
+}
+
+int renameat(int fd1, const char* from, int fd2, const char* to) {
+    REAL(renameat, int (*)(int, const char*, int, const char*));
+    Route a = route_at(fd1, from), b = route_at(fd2, to);
+    if (a.how == How::noent || b.how == How::noent) return refuse(ENOENT);
+    if ((a.how == How::pass) != (b.how == How::pass)) return refuse(EXDEV);
+    if (real == nullptr) return -1;
+    if (a.how == How::pass) return real(fd1, from, fd2, to);
+    return real(AT_FDCWD, a.real.c_str(), AT_FDCWD, b.real.c_str());
+}
+
+// ---- mounts and the shell -------------------------------------------------------------------
+
+// Mounting debugfs on the emulated debug directory is accepted and does nothing; no mount
+// ever reaches the real system while a bed is active.
+int mount(const char* src, const char* target, const char* fstype, unsigned long flags, const void* data) {
+    REAL(mount, int (*)(const char*, const char*, const char*, unsigned long, const void*));
+    if (kvosim::env_bed().empty()) return real ? real(src, target, fstype, flags, data) : -1;
+    if (debugfs_target(target) && fstype != nullptr && strcmp(fstype, "debugfs") == 0) return 0;
+    return refuse(EPERM);
+}
+
+int umount(const char* target) {
+    REAL(umount, int (*)(const char*));
+    if (kvosim::env_bed().empty()) return real ? real(target) : -1;
+    return refuse(EPERM);
+}
+
+int umount2(const char* target, int flags) {
+    REAL(umount2, int (*)(const char*, int));
+    if (kvosim::env_bed().empty()) return real ? real(target, flags) : -1;
+    return refuse(EPERM);
+}
+
+// The debugfs mount the host software runs through the shell is answered here, so that no
+// mount program runs at all.
+int system(const char* cmd) {
+    REAL(system, int (*)(const char*));
+    if (cmd != nullptr && !kvosim::env_bed().empty()) {
+        const char* p = cmd;
+        while (*p == ' ' || *p == '\t') p++;
+        if (strncmp(p, "mount ", 6) == 0 && strstr(p, "debugfs") != nullptr) return 0;
+    }
+    return real ? real(cmd) : -1;
+}
+
+// ---- driver requests ----------------------------------------------------------------------
+
+int ioctl(int fd, unsigned long request, ...) {
+    va_list ap;
+    va_start(ap, request);
+    void* arg = va_arg(ap, void*);
+    va_end(ap);
+    REAL(ioctl, int (*)(int, unsigned long, ...));
+    std::string v;
+    if (tracked(fd, v)) {
+        NodeRef n = kvosim::classify_node(v);
+        if (n.kind != NodeKind::none) return kvosim::node_ioctl(n, request, arg);
+    }
+    if (request == SIOCETHTOOL && !kvosim::env_bed().empty()) {
+        int rc = -1;
+        if (kvosim::ethtool_ioctl(arg, &rc)) return rc;
+    }
+    return real ? real(fd, request, arg) : -1;
+}
+
+}  // extern "C"
