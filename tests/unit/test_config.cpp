@@ -678,3 +678,13 @@ TEST_F(ConfigTest, OutOfRangeValuesPrintTheFirstWordOfTheirTable) {
     EXPECT_TRUE(contains(out, "kvo0-log-level = \"None\";\n"));
     EXPECT_TRUE(contains(out, "kvo0-auth-algo = \" \";\n"));
 }
+
+TEST_F(ConfigTest, ParseIsSafeOnLinesLongerThanTheLoaderPasses) {
+    load_empty();
+    std::string huge = std::string(3000, 'k') + "kvo1-port-speed = 8;";
+    kvol_config_parse(huge.c_str());
+    std::string value = "kvo1-port-name = \"" + std::string(5000, 'v') + "\";";
+    kvol_config_parse(value.c_str());
+    EXPECT_FALSE(ioc_config_data[1].flags[0] & KVOL_W0_SPEED);
+    EXPECT_EQ(std::string(ioc_config_data[1].name), std::string(127, 'v'));
+}

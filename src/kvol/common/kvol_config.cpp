@@ -556,6 +556,7 @@ void kvol_config_parse(const char* line) {
     const bool eth = !fc && strstr(line, "tqe") && strchr(line, '-');
     if (fc || eth) {
         size_t prefix = static_cast<size_t>(strchr(line, '-') - line);
+        if (prefix >= sizeof temp) return;  // longer than any line the loader passes
         memcpy(temp, line, prefix);
         temp[prefix] = '\0';
         int inst = kvol_config_get_num(temp);
