@@ -42,14 +42,16 @@ int bad(Ctx& c, const std::string& why) {
     return -1;
 }
 
-int done(Ctx& c, const std::string& what, int err = 0) {
+// Logs the outcome: "<line> <what> -> ok|errno=E[ (note)]".
+int done(Ctx& c, const std::string& what, const std::string& note = "", int err = 0) {
+    std::string tail = note.empty() ? "" : " (" + note + ")";
     if (err != 0) {
         const char* n = errno_name(err);
-        append_log(c.st.dir, c.line + " " + what + " -> errno=" + (n ? n : std::to_string(err)));
+        append_log(c.st.dir, c.line + " " + what + " -> errno=" + (n ? n : std::to_string(err)) + tail);
         errno = err;
         return -1;
     }
-    append_log(c.st.dir, c.line + " " + what + " -> ok");
+    append_log(c.st.dir, c.line + " " + what + " -> ok" + tail);
     return 0;
 }
 
@@ -65,16 +67,16 @@ int flashdev(Ctx& c, uint64_t addr) {
     const std::string what = "file=" + file + " region=2";
     std::string image;
     // The driver loads the file from the firmware directory (the bed's copy).
-    if (!read_file(c.st.root() + "/lib/firmware/" + file, image)) return done(c, what, ENOENT);
+    if (!read_file(c.st.root() + "/lib/firmware/" + file, image)) return done(c, what, "", ENOENT);
     Adapter& a = *c.fn.adapter;
     FlashPart* p = flash_find(a, KVO_FLASH_PART_FWIMG, 0);
-    if (p == nullptr) return done(c, what + " (no firmware partition)", ENODEV);
+    if (p == nullptr) return done(c, what, "no firmware partition", ENODEV);
     std::string why;
     kvo_status_t s = flash_part_write(c.st.dir, a, *p, image.data(), image.size(), why);
-    if (s == KVO_STATUS_FLASH_BAD_LEN) return done(c, what + " (" + why + ")", EFBIG);
-    if (s != KVO_STATUS_OK) return done(c, what + " (" + why + ")", EIO);
+    if (s == KVO_STATUS_FLASH_BAD_LEN) return done(c, what, why, EFBIG);
+    if (s != KVO_STATUS_OK) return done(c, what, why, EIO);
     c.st.dirty = true;
-    return done(c, what + sfmt(" (%zu bytes)", image.size()));
+    return done(c, what, sfmt("%zu bytes", image.size()));
 }
 
 int eeprom(Ctx& c, uint64_t addr, bool write) {
@@ -93,7 +95,7 @@ int eeprom(Ctx& c, uint64_t addr, bool write) {
     std::string why;
     const std::string what = sfmt("offset=0x%X len=%u", e.offset, e.len);
     if (!write) {
-        if (!flash_read(c.st.dir, a, e.offset, buf.data(), buf.size(), why)) return done(c, what + " (" + why + ")", EIO);
+        if (!flash_read(c.st.dir, a, e.offset, buf.data(), buf.size(), why)) return done(c, what, why, EIO);
         if (!write_user(data_addr, buf.data(), buf.size())) return bad(c, "GEEPROM: data buffer is not writable");
         return done(c, what);
     }
@@ -108,10 +110,10 @@ int eeprom(Ctx& c, uint64_t addr, bool write) {
     FlashPart* p = flash_at(a, start);
     if (p == nullptr) return bad(c, sfmt("SEEPROM: no partition starts at 0x%X", start));
     kvo_status_t s = flash_part_write(c.st.dir, a, *p, buf.data() + 4, n, why);
-    if (s == KVO_STATUS_FLASH_BAD_LEN) return done(c, what + " (" + why + ")", EFBIG);
-    if (s != KVO_STATUS_OK) return done(c, what + " (" + why + ")", EIO);
+    if (s == KVO_STATUS_FLASH_BAD_LEN) return done(c, what, why, EFBIG);
+    if (s != KVO_STATUS_OK) return done(c, what, why, EIO);
     c.st.dirty = true;
-    return done(c, what + sfmt(" (%u bytes to partition type %u)", n, p->type));
+    return done(c, what, sfmt("%u bytes to partition type %u", n, p->type));
 }
 
 }  // namespace

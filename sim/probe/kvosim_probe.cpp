@@ -68,7 +68,8 @@ struct Overrides {
 };
 
 // Sends one request through the node's transport; returns the ioctl result.
-int send(const std::string& node, uint32_t code, void* rec, uint32_t len, const Overrides& ov = {}) {
+int send(const std::string& node, uint32_t code, void* rec, uint32_t len, const Overrides& ov = {},
+         bool verbose = false) {
     int fd = open(node.c_str(), O_RDWR | O_NONBLOCK);
     if (fd < 0) return -2;
     int rc;
@@ -103,7 +104,7 @@ int send(const std::string& node, uint32_t code, void* rec, uint32_t len, const 
         if (ov.has("timeout", v)) h.timeout = static_cast<uint32_t>(v);
         if (ov.has("split", v)) h.din_xferp = reinterpret_cast<uintptr_t>(other.data());
         rc = ioctl(fd, kSgIo, &h);
-        if (rc == 0) printf("response_len=%u result=%u rcv_len=%u\n", h.response_len, reply.result, reply.reply_payload_rcv_len);
+        if (rc == 0 && verbose) printf("response_len=%u\nreply_len=%u\n", h.response_len, reply.reply_payload_rcv_len);
     } else if (node == "/dev/tqe") {
         rc = ioctl(fd, (code & ~0xFF00u) | 0x4400u, rec);
     } else {
@@ -137,7 +138,7 @@ std::string field(const char (&f)[N]) {
 int cmd_info(const std::string& node, int kvod) {
     kvo_ioc_info_t r{};
     r.kvod_num = static_cast<uint16_t>(kvod);
-    int rc = send(node, KVO_IOCMD_IOC_GET_INFO, &r, sizeof r);
+    int rc = send(node, KVO_IOCMD_IOC_GET_INFO, &r, sizeof r, {}, true);
     if (rc != 0) return fail(rc == -2 ? "open" : "ioctl");
     printf("rc=0 status=%u kvod=%u\n", r.status, r.kvod_num);
     printf("serial=%s\nhwpath=%s\nadapter_hwpath=%s\nguid=%s\nname=%s\nport_name=%s\neth_name=%s\n",

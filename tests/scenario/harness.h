@@ -1,0 +1,95 @@
+#pragma once
+// Scenario harness: a fresh emulated host (test bed) per test, the real qmx run on it, and
+// access to the bed's log, configuration file, state and fault rules.
+//
+//   scen::Bed bed = scen::Bed::preset("fc");
+//   scen::Result r = bed.qmx({"adapter", "--list"});
+//   EXPECT_EQ(r.status, 0);
+//   EXPECT_EQ(r.out, "...");
+//   EXPECT_TRUE(bed.log_clean());
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace scen {
+
+struct Result {
+    int status = -1;  // exit status; 128 + signal when killed by one; -1 when it never ran
+    std::string out;  // standard output
+    std::string err;  // standard error
+};
+
+// Runs argv (argv[0] a path) with `input` on standard input; the child gets `env_add` on top
+// of this process's environment. Gives up after `timeout_s` seconds (status -1, killed).
+Result run_process(const std::vector<std::string>& argv, const std::string& input = "",
+                const std::vector<std::string>& env_add = {}, int timeout_s = 120);
+
+// Paths of the built programs.
+std::string qmx_bin();
+std::string kvosim_bin();
+std::string probe_bin();  // kvosim_probe, next to kvosim
+
+class Bed {
+public:
+    // A bed from a bundled preset (empty, fc, demo, large) or a host description (JSON text,
+    // the schema of sim/README.md). A bed that cannot be made fails the test at once.
+    static Bed preset(const std::string& name);
+    static Bed from_json(const std::string& host_json);
+
+    Bed(Bed&& o) noexcept;
+    Bed& operator=(Bed&&) = delete;
+    Bed(const Bed&) = delete;
+    ~Bed();  // removes the bed (kept when KVOSIM_KEEP is set in the environment)
+
+    const std::string& dir() const { return dir_; }
+    std::string root() const { return dir_ + "/root"; }  // the emulated file system
+
+    // qmx with these arguments (one-shot), or "qmx shell" fed `input` on standard input.
+    Result qmx(const std::vector<std::string>& args, const std::string& input = "") const;
+    Result shell(const std::string& input) const;
+    // Any program run on this bed (through kvosim run).
+    Result run(const std::vector<std::string>& argv, const std::string& input = "") const;
+    // kvosim_probe with these arguments, on this bed.
+    Result probe(const std::vector<std::string>& args) const;
+    // kvosim SUBCOMMAND DIR ARGS... (for example kvosim("show")).
+    Result kvosim(const std::string& sub, const std::vector<std::string>& args = {}) const;
+
+    // Adds a fault rule (the words after "kvosim fault DIR"); fails the test if refused.
+    void fault(const std::vector<std::string>& rule) const;
+    void clear_faults() const { fault({"clear"}); }
+
+    // The log: one line per driver request.
+    std::vector<std::string> log() const;
+    void clear_log() const;
+    // Lines of malformed (BAD) or unemulated (UNHANDLED) requests.
+    std::vector<std::string> bad_lines() const;
+    // Success when the log has no such line; otherwise the lines, for the failure message.
+    ::testing::AssertionResult log_clean() const;
+
+    // /etc/kvo.conf of the bed: its text, or nullopt when the file does not exist.
+    std::optional<std::string> conf() const;
+    void set_conf(const std::string& text) const;
+    void remove_conf() const;
+
+    // state.json (the emulated hardware and driver state).
+    nlohmann::json state() const;
+    std::string state_text() const;
+
+private:
+    Bed(std::string top, std::string dir) : top_(std::move(top)), dir_(std::move(dir)) {}
+    static Bed make(const std::vector<std::string>& create_args, const std::string& host_json);
+    std::string top_;  // the temporary directory holding the bed
+    std::string dir_;
+};
+
+// Reads or writes a whole file; read returns nullopt when it cannot be opened.
+std::optional<std::string> read_text(const std::string& path);
+bool write_text(const std::string& path, const std::string& text);
+
+// Splits text into lines (without their line feeds).
+std::vector<std::string> lines(const std::string& text);
+
+}  // namespace scen
