@@ -199,6 +199,7 @@ char* virtual_result(char* resolved_real, char* caller_buf) {
 
 }  // namespace
 
+#pragma GCC visibility push(default)
 extern "C" {
 
 // ---- open family --------------------------------------------------------------------------
@@ -695,3 +696,4 @@ int ioctl(int fd, unsigned long request, ...) {
 }
 
 }  // extern "C"
+#pragma GCC visibility pop

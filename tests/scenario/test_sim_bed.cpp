@@ -238,7 +238,8 @@ TEST(SimBed, EthtoolFlashesFirmwareAndReadsAndWritesTheFlashImage) {
     EXPECT_EQ(log[0], "ethtool eth1 FLASHDEV file=2-tqe_tmpfw_e1f2.bin region=2 -> ok (11 bytes)");
     EXPECT_EQ(log[2], "ethtool eth0 SEEPROM offset=0x1BFFFC len=7 -> ok (3 bytes to partition type 6)");
     // The flash table records the new lengths.
-    const auto& parts = bed.state()["adapters"][1]["flash"]["partitions"];
+    const nlohmann::json st = bed.state();
+    const auto& parts = st["adapters"][1]["flash"]["partitions"];
     for (const auto& p : parts) {
         if (p["type"] == 2) {
             EXPECT_EQ(p["len"], 11);
