@@ -379,7 +379,10 @@ int bsg_ioctl(State& st, const NodeRef& node, unsigned long request, void* arg) 
 
 }  // namespace
 
-int node_ioctl(const NodeRef& node, unsigned long request, void* arg) {
+namespace {
+
+// The entry points are called from C: nothing may escape them.
+int node_ioctl_unguarded(const NodeRef& node, unsigned long request, void* arg) {
     int rc = -1;
     int err = 0;
     std::string why;
@@ -407,7 +410,19 @@ int node_ioctl(const NodeRef& node, unsigned long request, void* arg) {
     return rc;
 }
 
-int open_fault(const std::string& vpath) {
+}  // namespace
+
+int node_ioctl(const NodeRef& node, unsigned long request, void* arg) {
+    try {
+        return node_ioctl_unguarded(node, request, arg);
+    } catch (const std::exception& e) {
+        if (!env_bed().empty()) append_log(env_bed(), std::string("BAD sim: ") + e.what());
+        errno = EIO;
+        return -1;
+    }
+}
+
+int open_fault(const std::string& vpath) try {
     int err = 0;
     bool ok = with_state(env_bed(), [&](State& st) {
         for (size_t i = 0; i < st.host.faults.size(); i++) {
@@ -425,6 +440,8 @@ int open_fault(const std::string& vpath) {
     // A bed that cannot be loaded has no emulated files at all.
     if (!ok) return ENOENT;
     return err;
+} catch (const std::exception&) {
+    return EIO;
 }
 
 }  // namespace kvosim

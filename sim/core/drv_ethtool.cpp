@@ -118,7 +118,7 @@ int eeprom(Ctx& c, uint64_t addr, bool write) {
 
 }  // namespace
 
-bool ethtool_ioctl(void* arg, int* rc) {
+bool ethtool_ioctl(void* arg, int* rc) try {
     ifreq ifr;
     if (!read_user(&ifr, reinterpret_cast<uintptr_t>(arg), sizeof ifr)) return false;
     if (memchr(ifr.ifr_name, 0, sizeof ifr.ifr_name) == nullptr) return false;
@@ -147,6 +147,11 @@ bool ethtool_ioctl(void* arg, int* rc) {
     });
     if (mine) errno = err;
     return mine;
+} catch (const std::exception& e) {
+    if (!env_bed().empty()) append_log(env_bed(), std::string("BAD sim: ethtool: ") + e.what());
+    errno = EIO;
+    *rc = -1;
+    return true;
 }
 
 }  // namespace kvosim

@@ -26,7 +26,7 @@ Adapter fc_hba(const std::string& serial, uint16_t device_id, uint32_t id) {
     Adapter a;
     a.serial = serial;
     a.model = "TV-1862";
-    a.model_descr = "Torvane TV-1862 16Gbps Fibre Channel Dual-Port HBA";
+    a.model_descr = "Torvane-1862";
     a.type_text = "FC";
     a.card_type = 1862;
     a.device_id = device_id;
@@ -162,7 +162,7 @@ Host preset_demo() {
     Adapter cna;
     cna.serial = "TVC2320M11C";
     cna.model = "TV-1867";
-    cna.model_descr = "Torvane TV-1867 10Gbps Converged Network Adapter";
+    cna.model_descr = "Torvane-1867";
     cna.type_text = "CNA";
     cna.card_type = 1867;
     cna.device_id = 0x14;
@@ -209,7 +209,7 @@ Host preset_large() {
         Adapter a = fc_hba(serial, cna ? 0x14 : 0x22, 0x400 + ad);
         if (cna) {
             a.model = "TV-1867";
-            a.model_descr = "Torvane TV-1867 10Gbps Converged Network Adapter";
+            a.model_descr = "Torvane-1867";
             a.type_text = "CNA";
             a.card_type = 1867;
             a.mode = 2;
