@@ -5,7 +5,7 @@
 //   kvosim_probe bsg NODE CODE KVOD [FIELD=V]   SG_IO vendor request; FIELD overrides one of
 //        guard protocol subprotocol request_len msgcode vendor_id vcmd dout_len din_len
 //        timeout split (din buffer apart from dout)
-//   kvosim_probe ls|stat|cat|open|realpath|readlink PATH ;  write PATH TEXT ;  mount
+//   kvosim_probe ls|lsat|stat|cat|open|realpath|readlink PATH ;  write PATH TEXT ;  mount
 //   kvosim_probe ethtool IF flashdev FILE [REGION]
 //   kvosim_probe ethtool IF geeprom MAGIC OFFSET LEN
 //   kvosim_probe ethtool IF seeprom MAGIC OFFSET HEXBYTES   (the length word is prepended)
@@ -214,6 +214,17 @@ int cmd_fs(const std::string& op, const char* path, const char* text) {
     if (op == "ls") {
         DIR* d = opendir(path);
         if (d == nullptr) return fail("opendir");
+        while (dirent* e = readdir(d))
+            if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0) printf("%s\n", e->d_name);
+        closedir(d);
+        return 0;
+    }
+    if (op == "lsat") {
+        // The way libstdc++ walks a directory: openat from the working directory, then fdopendir.
+        int fd = openat(AT_FDCWD, path, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (fd < 0) return fail("openat");
+        DIR* d = fdopendir(fd);
+        if (d == nullptr) return fail("fdopendir");
         while (dirent* e = readdir(d))
             if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0) printf("%s\n", e->d_name);
         closedir(d);

@@ -58,6 +58,29 @@ TEST(SimBed, EmulatedPathsNeverReachTheRealSystem) {
     EXPECT_EQ(fc.probe({"open", "/dev/kvo"}).out, kNoEnt + "open\n");
 }
 
+TEST(SimBed, ShellChildrenSeeAndChangeTheEmulatedFiles) {
+    Bed bed = Bed::preset("fc");
+    Result r = bed.run({"/bin/sh", "-c",
+                        "cat /sys/class/fc_host/host5/port_name;"
+                        "stat -c %s /sys/class/fc_host/host5/port_name;"
+                        "test -e /dev/kvo && echo node;"
+                        "test -e /dev/tqe || echo no-tqe;"
+                        "echo kvo0-x=1 > /etc/kvo.conf;"
+                        "readlink -f /sys/class/../class/fc_host/host6;"
+                        "mkdir /sys/kernel/debug/kvo;"
+                        "echo /sys/bus/pci/drivers/kvo/0*"});
+    EXPECT_EQ(r.out,
+              "0x100000e1f2001000\n19\nnode\nno-tqe\n/sys/class/fc_host/host6\n"
+              "/sys/bus/pci/drivers/kvo/0000:03:00.0 /sys/bus/pci/drivers/kvo/0000:03:00.1\n");
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(bed.conf().value_or("<none>"), "kvo0-x=1\n");
+    struct stat sb;
+    EXPECT_EQ(stat((bed.root() + "/sys/kernel/debug/kvo").c_str(), &sb), 0);
+    EXPECT_EQ(bed.run({"/bin/rm", "/etc/kvo.conf"}).status, 0);
+    EXPECT_FALSE(bed.conf().has_value());
+    EXPECT_EQ(bed.probe({"lsat", "/sys/class/fc_host/host7"}).out, kNoEnt + "openat\n");
+}
+
 TEST(SimBed, DebugfsMountIsANoOpAndOtherMountsAreRefused) {
     Bed bed = Bed::preset("fc");
     EXPECT_EQ(bed.probe({"mount"}).out, "rc=0\n");
@@ -72,6 +95,8 @@ TEST(SimBed, DirectoryListingsComeSortedByName) {
     const std::string d = bed.root() + "/sys/class/scsi_device";
     for (const char* n : {"2:0:0:0", "10:0:1:0", "1:0:0:7", "1:0:0:10"}) ASSERT_EQ(mkdir((d + "/" + n).c_str(), 0755), 0);
     EXPECT_EQ(bed.probe({"ls", "/sys/class/scsi_device"}).out, "10:0:1:0\n1:0:0:10\n1:0:0:7\n2:0:0:0\n");
+    // Walks through openat and fdopendir (as libstdc++ makes them) are sorted too.
+    EXPECT_EQ(bed.probe({"lsat", "/sys/class/scsi_device"}).out, "10:0:1:0\n1:0:0:10\n1:0:0:7\n2:0:0:0\n");
     EXPECT_EQ(bed.probe({"ls", "/sys/bus/pci/drivers/kvo"}).out,
               "0000:03:00.0\n0000:03:00.1\nbind\nmodule\nnew_id\nremove_id\nuevent\nunbind\n");
 }
