@@ -108,6 +108,22 @@ const HandlerEntry* find_handler(uint32_t code) {
     return nullptr;
 }
 
+namespace {
+
+// The family of a second handler for the code, or nullptr: a code has one handler.
+const char* second_family(uint32_t code) {
+    const char* first = nullptr;
+    for (auto* f = __start_kvosim_handlers; f != __stop_kvosim_handlers; ++f)
+        for (size_t i = 0; i < (*f)->count; i++) {
+            if ((*f)->entries[i].code != code) continue;
+            if (first != nullptr) return (*f)->family;
+            first = (*f)->family;
+        }
+    return nullptr;
+}
+
+}  // namespace
+
 const HandlerEntry* find_handler_by_name(const std::string& name) {
     for (auto* f = __start_kvosim_handlers; f != __stop_kvosim_handlers; ++f)
         for (size_t i = 0; i < (*f)->count; i++)
@@ -221,6 +237,11 @@ int answer(State& st, Transport t, const std::string& node, Decoded& d) {
     if (h == nullptr) {
         append_log(st.dir, "UNHANDLED " + line + "errno=EOPNOTSUPP");
         errno = EOPNOTSUPP;
+        return -1;
+    }
+    if (const char* dup = second_family(d.code)) {
+        append_log(st.dir, "BAD " + head(t, node) + " " + h->name + " has a second handler in family " + dup);
+        errno = EINVAL;
         return -1;
     }
     Req r{st, t, node, d.code, h->name, d.kvod, d.target, std::span<uint8_t>(d.rec), 0, {}};
