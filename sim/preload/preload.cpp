@@ -14,6 +14,8 @@
 #include <string.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/statfs.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -551,7 +553,100 @@ int truncate(const char* path, off_t len) {
     return real ? real(r.how == How::pass ? path : r.real.c_str(), len) : -1;
 }
 
+int chmod(const char* path, mode_t mode) {
+    REAL(chmod, int (*)(const char*, mode_t));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real ? real(r.how == How::pass ? path : r.real.c_str(), mode) : -1;
+}
+
+int chown(const char* path, uid_t uid, gid_t gid) {
+    REAL(chown, int (*)(const char*, uid_t, gid_t));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real ? real(r.how == How::pass ? path : r.real.c_str(), uid, gid) : -1;
+}
+
+int lchown(const char* path, uid_t uid, gid_t gid) {
+    REAL(lchown, int (*)(const char*, uid_t, gid_t));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real ? real(r.how == How::pass ? path : r.real.c_str(), uid, gid) : -1;
+}
+
+int utimensat(int dirfd, const char* path, const struct timespec times[2], int flags) {
+    REAL(utimensat, int (*)(int, const char*, const struct timespec*, int));
+    Route r = route_at(dirfd, path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    if (r.how == How::pass) return real ? real(dirfd, path, times, flags) : -1;
+    return real(AT_FDCWD, r.real.c_str(), times, flags);
+}
+
+int mknod(const char* path, mode_t mode, dev_t dev) {
+    REAL(mknod, int (*)(const char*, mode_t, dev_t));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real ? real(r.how == How::pass ? path : r.real.c_str(), mode, dev) : -1;
+}
+
+int statfs(const char* path, struct statfs* buf) {
+    REAL(statfs, int (*)(const char*, struct statfs*));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real ? real(r.how == How::pass ? path : r.real.c_str(), buf) : -1;
+}
+
+int statvfs(const char* path, struct statvfs* buf) {
+    REAL(statvfs, int (*)(const char*, struct statvfs*));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real ? real(r.how == How::pass ? path : r.real.c_str(), buf) : -1;
+}
+
+// scandir opens the directory inside the C library, where no preload reaches: give it the
+// bed's copy. Its own comparator orders the result.
+int scandir(const char* path, struct dirent*** list, int (*filter)(const struct dirent*),
+            int (*compar)(const struct dirent**, const struct dirent**)) {
+    REAL(scandir, int (*)(const char*, struct dirent***, int (*)(const struct dirent*),
+                          int (*)(const struct dirent**, const struct dirent**)));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    if (r.how == How::mapped) {
+        if (int e = kvosim::open_fault(r.vpath)) return refuse(e);
+    }
+    return real ? real(r.how == How::pass ? path : r.real.c_str(), list, filter, compar) : -1;
+}
+
+int scandir64(const char* path, struct dirent64*** list, int (*filter)(const struct dirent64*),
+              int (*compar)(const struct dirent64**, const struct dirent64**)) {
+    REAL(scandir64, int (*)(const char*, struct dirent64***, int (*)(const struct dirent64*),
+                            int (*)(const struct dirent64**, const struct dirent64**)));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    if (r.how == How::mapped) {
+        if (int e = kvosim::open_fault(r.vpath)) return refuse(e);
+    }
+    return real ? real(r.how == How::pass ? path : r.real.c_str(), list, filter, compar) : -1;
+}
+
 // ---- links and names ----------------------------------------------------------------------
+
+int symlink(const char* target, const char* path) {
+    REAL(symlink, int (*)(const char*, const char*));
+    Route r = route(path);
+    if (r.how == How::noent) return refuse(ENOENT);
+    return real ? real(target, r.how == How::pass ? path : r.real.c_str()) : -1;
+}
+
+int link(const char* from, const char* to) {
+    REAL(link, int (*)(const char*, const char*));
+    Route a = route(from), b = route(to);
+    if (a.how == How::noent || b.how == How::noent) return refuse(ENOENT);
+    if ((a.how == How::pass) != (b.how == How::pass)) return refuse(EXDEV);
+    if (real == nullptr) return -1;
+    if (a.how == How::pass) return real(from, to);
+    return real(a.real.c_str(), b.real.c_str());
+}
 
 ssize_t readlink(const char* path, char* buf, size_t len) {
     REAL(readlink, ssize_t (*)(const char*, char*, size_t));

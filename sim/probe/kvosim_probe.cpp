@@ -5,7 +5,7 @@
 //   kvosim_probe bsg NODE CODE KVOD [FIELD=V]   SG_IO vendor request; FIELD overrides one of
 //        guard protocol subprotocol request_len msgcode vendor_id vcmd dout_len din_len
 //        timeout split (din buffer apart from dout)
-//   kvosim_probe ls|lsat|stat|cat|open|realpath|readlink PATH ;  write PATH TEXT ;  mount
+//   kvosim_probe ls|lsat|scandir|stat|cat|open|realpath|readlink PATH ;  write PATH TEXT ;  mount
 //   kvosim_probe ethtool IF flashdev FILE [REGION]
 //   kvosim_probe ethtool IF geeprom MAGIC OFFSET LEN
 //   kvosim_probe ethtool IF seeprom MAGIC OFFSET HEXBYTES   (the length word is prepended)
@@ -228,6 +228,17 @@ int cmd_fs(const std::string& op, const char* path, const char* text) {
         while (dirent* e = readdir(d))
             if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0) printf("%s\n", e->d_name);
         closedir(d);
+        return 0;
+    }
+    if (op == "scandir") {
+        dirent** list = nullptr;
+        int n = scandir(path, &list, nullptr, alphasort);
+        if (n < 0) return fail("scandir");
+        for (int i = 0; i < n; i++) {
+            if (strcmp(list[i]->d_name, ".") != 0 && strcmp(list[i]->d_name, "..") != 0) printf("%s\n", list[i]->d_name);
+            free(list[i]);
+        }
+        free(list);
         return 0;
     }
     if (op == "stat") {

@@ -97,6 +97,8 @@ TEST(SimBed, DirectoryListingsComeSortedByName) {
     EXPECT_EQ(bed.probe({"ls", "/sys/class/scsi_device"}).out, "10:0:1:0\n1:0:0:10\n1:0:0:7\n2:0:0:0\n");
     // Walks through openat and fdopendir (as libstdc++ makes them) are sorted too.
     EXPECT_EQ(bed.probe({"lsat", "/sys/class/scsi_device"}).out, "10:0:1:0\n1:0:0:10\n1:0:0:7\n2:0:0:0\n");
+    EXPECT_EQ(bed.probe({"scandir", "/sys/class/scsi_host"}).out, "host5\nhost6\n");
+    EXPECT_EQ(bed.probe({"scandir", "/sys/class/scsi_host/host9"}).out, kNoEnt + "scandir\n");
     EXPECT_EQ(bed.probe({"ls", "/sys/bus/pci/drivers/kvo"}).out,
               "0000:03:00.0\n0000:03:00.1\nbind\nmodule\nnew_id\nremove_id\nuevent\nunbind\n");
 }
