@@ -147,21 +147,32 @@ RemotePort rport_from(const json& j, const std::string& w) {
     return r;
 }
 
+// Objects are filled key by key: initializer lists copy every value once more, which shows on
+// hosts with thousands of LUNs.
 json lun_to(const Lun& l) {
-    json j = {{"lun", l.lun},     {"type", l.type},   {"vendor", l.vendor},
-              {"product", l.product}, {"rev", l.rev}, {"blocks", l.blocks},
-              {"block_size", l.block_size}};
+    json j(json::value_t::object);
+    j["lun"] = l.lun;
+    j["type"] = l.type;
+    j["vendor"] = l.vendor;
+    j["product"] = l.product;
+    j["rev"] = l.rev;
+    j["blocks"] = l.blocks;
+    j["block_size"] = l.block_size;
     if (!l.serial.empty()) j["serial"] = l.serial;
     if (!l.ext.empty()) j["ext"] = l.ext;
     return j;
 }
 
 json rport_to(const RemotePort& r) {
-    json j = {{"pwwn", wwn_str(r.pwwn)}, {"nwwn", wwn_str(r.nwwn)}, {"port_id", r.port_id},
-              {"target", r.target},      {"role", r.role}};
-    json luns = json::array();
+    json j(json::value_t::object);
+    j["pwwn"] = wwn_str(r.pwwn);
+    j["nwwn"] = wwn_str(r.nwwn);
+    j["port_id"] = r.port_id;
+    j["target"] = r.target;
+    j["role"] = r.role;
+    json& luns = j["luns"] = json::array();
+    luns.get_ref<json::array_t&>().reserve(r.luns.size());
     for (const Lun& l : r.luns) luns.push_back(lun_to(l));
-    j["luns"] = luns;
     if (!r.ext.empty()) j["ext"] = r.ext;
     return j;
 }
@@ -380,9 +391,8 @@ json host_to_json(const Host& h) {
                 }
                 if (!f.eth_name.empty()) jf["eth_name"] = f.eth_name;
                 if (!f.rports.empty()) {
-                    json rps = json::array();
+                    json& rps = jf["rports"] = json::array();
                     for (const RemotePort& r : f.rports) rps.push_back(rport_to(r));
-                    jf["rports"] = rps;
                 }
                 if (!f.ext.empty()) jf["ext"] = f.ext;
                 fns.push_back(jf);
