@@ -1,9 +1,7 @@
 // The adapter tree over the IOC list: grouping into adapters and ports, handle bounds, lookups
 // by index, word, WWN and PCI function, and the generic list operations.
 #include <gtest/gtest.h>
-#include <pthread.h>
 
-#include <cerrno>
 #include <cstring>
 #include <string>
 #include <vector>
@@ -279,15 +277,4 @@ TEST(ChannelUnix, TimeStringFitsTheBufferOrFails) {
     EXPECT_EQ(kvol_get_time_string(0, tiny, sizeof(tiny)), 1);
     EXPECT_EQ(tiny[0], '\0');
     EXPECT_EQ(kvol_get_time_string(0, buf, 0), 1);
-}
-
-TEST(ChannelUnix, MutexHelpersLockAndRelease) {
-    pthread_mutex_t m = PTHREAD_MUTEX_INITIALIZER;
-    kvol_get_mutex_lock(&m);
-    EXPECT_EQ(pthread_mutex_trylock(&m), EBUSY);
-    kvol_release_mutex_lock(&m);
-    EXPECT_EQ(pthread_mutex_trylock(&m), 0);
-    pthread_mutex_unlock(&m);
-    kvol_get_mutex_lock(nullptr);
-    kvol_release_mutex_lock(nullptr);
 }
