@@ -2,6 +2,7 @@
 // which node and in which order, how the tree groups the functions, what a missing driver,
 // node or host entry does, how driver and system-call failures surface, and the 128-function
 // limit.
+#include <cctype>
 #include <string>
 #include <vector>
 
@@ -245,7 +246,13 @@ INSTANTIATE_TEST_SUITE_P(
                       ErrnoCase{"2", 1, "Operation failed "},
                       ErrnoCase{"EACCES", 1, "Operation failed "},
                       ErrnoCase{"EIO", 42, "I/O error "},
-                      ErrnoCase{"ENOTTY", 43, "Inappropriate I/O control operation "}));
+                      ErrnoCase{"ENOTTY", 43, "Inappropriate I/O control operation "}),
+    [](const ::testing::TestParamInfo<ErrnoCase>& info) {
+        std::string name = "errno_";
+        for (char c : std::string(info.param.err))
+            name += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
+        return name;
+    });
 
 TEST(DiscoveryStatus, DriverStatusOnIocInformationEndsTheScanWithThatStatus) {
     // Both drivers loaded, Ethernet without functions: the storage scan's failure stays the
