@@ -45,6 +45,21 @@ inline const char* const kFourAdapters = R"({
 
 inline std::string rule() { return std::string(72, '-') + "\n"; }
 
+// A command that succeeded with exactly this output and nothing on standard error.
+inline ::testing::AssertionResult prints(const scen::Result& r, const std::string& out) {
+    if (r.status == 0 && r.out == out && r.err.empty()) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "status " << r.status << "\nout: [" << r.out
+                                         << "]\nexpected: [" << out << "]\nerr: [" << r.err << "]";
+}
+
+// A command that failed with this exit status and message and printed nothing else.
+inline ::testing::AssertionResult fails(const scen::Result& r, int status, const std::string& err) {
+    if (r.status == status && r.out.empty() && r.err == err) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "status " << r.status << " (expected " << status
+                                         << ")\nout: [" << r.out << "]\nerr: [" << r.err
+                                         << "]\nexpected: [" << err << "]";
+}
+
 // The lines of a text that contain `part`.
 inline std::vector<std::string> lines_with(const std::string& text, const std::string& part) {
     std::vector<std::string> out;
