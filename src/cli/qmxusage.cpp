@@ -39,7 +39,8 @@ const usage_entry adapter_usage[] = {
     {"--name", "<ad_id> [<adapter-name>]",
      "\t\tDisplays or sets the name of the adapter (at most 15\n"
      "\t\tcharacters: a letter, then letters, digits, '-' or '_')\n"},
-    {"--query", "<ad_id> [option]", "\t\tDisplays the attributes of the adapter\n"},
+    {"--query", "<ad_id> [adapter|pci|port|flash]",
+     "\t\tDisplays the attributes of the adapter, or only the section named\n"},
     {"--reload_fw", "<ad_id>", "\t\tReloads the firmware of the adapter\n"},
 };
 
