@@ -55,54 +55,45 @@ TEST_F(ConfigUpdateTest, ChangingOneRecordTurnsTheGlobalLineIntoPerInstanceLines
 
 TEST_F(ConfigUpdateTest, DriverDefaultsAreLeftOutOfTheFile) {
     three_ports();
-    struct Case {
-        const char* line;
-        void (*set)(const kvol_t*);
-        void (*reset)(const kvol_t*);
+    // Each row sets a value that is written, then one the driver takes by default.
+    using Apply = void (*)(const kvol_t*, bool);
+    const std::pair<const char*, Apply> cases[] = {
+        {"kvo0-port-speed = 16;\n", [](const kvol_t* h, bool on) {
+             kvol_config_speed(h, on ? KVO_PORT_SPEED_16GBPS : KVO_PORT_SPEED_AUTO); }},
+        {"kvo0-port-topology = \"loop\";\n", [](const kvol_t* h, bool on) {
+             kvol_config_topology(h, on ? KVO_PORT_TOPOLOGY_LOOP : KVO_PORT_TOPOLOGY_NONE); }},
+        {"kvo0-port-hardalpa = 0x2;\n",
+         [](const kvol_t* h, bool on) { kvol_config_alpa(h, 2, on); }},
+        {"kvo0-port-maxfrsize = 512;\n",
+         [](const kvol_t* h, bool on) { kvol_config_maxfrsz(h, on ? 512 : 2112); }},
+        {"kvo0-port-enable = \"FALSE\";\n",
+         [](const kvol_t* h, bool on) { kvol_config_enable(h, !on); }},
+        {"kvo0-ipfc-enable = \"FALSE\";\n",
+         [](const kvol_t* h, bool on) { kvol_config_ipfc_enable(h, !on); }},
+        {"kvo0-log-level = \"Error\";\n",
+         [](const kvol_t* h, bool on) { kvol_config_log_level(h, on ? 2 : 0); }},
+        {"kvo0-ratelim-defspeed = 2;\n", [](const kvol_t* h, bool on) {
+             kvol_config_defspeed(h, on ? KVO_PORT_SPEED_2GBPS : KVO_PORT_SPEED_1GBPS); }},
+        {"kvo0-pathtov = 45;\n",
+         [](const kvol_t* h, bool on) { kvol_config_fcpim(h, on ? 45 : 0); }},
+        {"kvo0-auth-group = 0;\n", [](const kvol_t* h, bool on) {
+             kvol_config_auth_group(h, on ? KVO_AUTH_DH_NULL : KVO_AUTH_DH_1); }},
+        {"kvo0-auth-secretsource = \"TACACS\";\n", [](const kvol_t* h, bool on) {
+             kvol_config_auth_secretsource(h, on ? KVO_AUTH_SECRET_TACACS
+                                                : KVO_AUTH_SECRET_LOCAL); }},
+        {"kvo0-auth-algo = \"md5\";\n", [](const kvol_t* h, bool on) {
+             kvol_config_auth_algo(h, on ? KVO_AUTH_ALGO_MD5 : KVO_AUTH_ALGO_NONE); }},
+        {"kvo0-port-name = \"p0\";\n",
+         [](const kvol_t* h, bool on) { kvol_config_ioc_name(h, on ? "p0" : ""); }},
+        {"kvo0-persistent-binding = \"TRUE\";\n",
+         [](const kvol_t* h, bool on) { kvol_config_pbind(h, on); }},
     };
-    const Case cases[] = {
-        {"kvo0-port-speed = 16;\n",
-         [](const kvol_t* h) { kvol_config_speed(h, KVO_PORT_SPEED_16GBPS); },
-         [](const kvol_t* h) { kvol_config_speed(h, KVO_PORT_SPEED_AUTO); }},
-        {"kvo0-port-topology = \"loop\";\n",
-         [](const kvol_t* h) { kvol_config_topology(h, KVO_PORT_TOPOLOGY_LOOP); },
-         [](const kvol_t* h) { kvol_config_topology(h, KVO_PORT_TOPOLOGY_NONE); }},
-        {"kvo0-port-hardalpa = 0x2;\n", [](const kvol_t* h) { kvol_config_alpa(h, 2, 1); },
-         [](const kvol_t* h) { kvol_config_alpa(h, 2, 0); }},
-        {"kvo0-port-maxfrsize = 512;\n", [](const kvol_t* h) { kvol_config_maxfrsz(h, 512); },
-         [](const kvol_t* h) { kvol_config_maxfrsz(h, 2112); }},
-        {"kvo0-port-enable = \"FALSE\";\n", [](const kvol_t* h) { kvol_config_enable(h, 0); },
-         [](const kvol_t* h) { kvol_config_enable(h, 1); }},
-        {"kvo0-ipfc-enable = \"FALSE\";\n", [](const kvol_t* h) { kvol_config_ipfc_enable(h, 0); },
-         [](const kvol_t* h) { kvol_config_ipfc_enable(h, 1); }},
-        {"kvo0-log-level = \"Error\";\n", [](const kvol_t* h) { kvol_config_log_level(h, 2); },
-         [](const kvol_t* h) { kvol_config_log_level(h, 0); }},
-        {"kvo0-ratelim-defspeed = 2;\n",
-         [](const kvol_t* h) { kvol_config_defspeed(h, KVO_PORT_SPEED_2GBPS); },
-         [](const kvol_t* h) { kvol_config_defspeed(h, KVO_PORT_SPEED_1GBPS); }},
-        {"kvo0-pathtov = 45;\n", [](const kvol_t* h) { kvol_config_fcpim(h, 45); },
-         [](const kvol_t* h) { kvol_config_fcpim(h, 0); }},
-        {"kvo0-auth-group = 0;\n",
-         [](const kvol_t* h) { kvol_config_auth_group(h, KVO_AUTH_DH_NULL); },
-         [](const kvol_t* h) { kvol_config_auth_group(h, KVO_AUTH_DH_1); }},
-        {"kvo0-auth-secretsource = \"TACACS\";\n",
-         [](const kvol_t* h) { kvol_config_auth_secretsource(h, KVO_AUTH_SECRET_TACACS); },
-         [](const kvol_t* h) { kvol_config_auth_secretsource(h, KVO_AUTH_SECRET_LOCAL); }},
-        {"kvo0-auth-algo = \"md5\";\n",
-         [](const kvol_t* h) { kvol_config_auth_algo(h, KVO_AUTH_ALGO_MD5); },
-         [](const kvol_t* h) { kvol_config_auth_algo(h, KVO_AUTH_ALGO_NONE); }},
-        {"kvo0-port-name = \"p0\";\n", [](const kvol_t* h) { kvol_config_ioc_name(h, "p0"); },
-         [](const kvol_t* h) { kvol_config_ioc_name(h, ""); }},
-        {"kvo0-persistent-binding = \"TRUE\";\n", [](const kvol_t* h) { kvol_config_pbind(h, 1); },
-         [](const kvol_t* h) { kvol_config_pbind(h, 0); }},
-    };
-    for (const Case& c : cases) {
-        c.set(&h0);
-        EXPECT_TRUE(contains(render(), c.line)) << c.line;
-        c.reset(&h0);
-        std::string out = render();
-        EXPECT_FALSE(contains(out, std::string(c.line).substr(0, std::string(c.line).find('='))))
-            << c.line;
+    for (const auto& [line, apply] : cases) {
+        SCOPED_TRACE(line);
+        apply(&h0, true);
+        EXPECT_TRUE(contains(render(), line));
+        apply(&h0, false);
+        EXPECT_FALSE(contains(render(), std::string(line).substr(0, std::string(line).find('='))));
     }
     // Auto stored as 0 is the rate limit's one written "default": only one gigabit is left out.
     kvol_config_defspeed(&h0, KVO_PORT_SPEED_AUTO);
@@ -224,9 +215,7 @@ TEST_F(ConfigUpdateTest, NewRecordsTakeTheLowestFreeIndexOfTheirView) {
     EXPECT_EQ(kvol_config_ioc_lookup(wwn_of("10:00:00:05:1e:00:00:77")), 1);
     EXPECT_EQ(kvol_config_ethioc_lookup(mac_of("00:05:1e:00:00:02")), 1);
     for (int i = 3; i < KVOL_CFG_MAX_IOC; ++i)
-        EXPECT_EQ(kvol_config_ioc_add(wwn_of("10:00:00:05:1e:00:01:00") +
-                                      static_cast<wwn_t>(i) * 0x100000000000000ull),
-                  i);
+        EXPECT_EQ(kvol_config_ioc_add(wwn_plus("10:00:00:05:1e:00:01:00", i)), i);
     EXPECT_EQ(kvol_config_ioc_add(wwn_of("10:00:00:05:1e:00:02:00")), -1);
     EXPECT_EQ(kvol_config_ioc_get_num(), KVOL_CFG_MAX_IOC);
     kvol_config_ioc_pwwn(200, 1);  // outside the table: ignored
@@ -238,19 +227,16 @@ TEST_F(ConfigUpdateTest, NewRecordsTakeTheLowestFreeIndexOfTheirView) {
 
 TEST_F(ConfigUpdateTest, VportsAreAddedReplacedAndDeleted) {
     three_ports();
-    kvol_port_cfg_t a{};
-    a.pwwn = wwn_of("20:01:00:00:00:00:00:0a");
-    a.nwwn = wwn_of("20:00:00:00:00:00:00:0a");
-    strcpy(a.sym_name.symname, "alpha");
-    a.roles = KVOL_LPORT_ROLE_IM | KVOL_LPORT_ROLE_TM | KVOL_LPORT_ROLE_IP;
-    kvol_port_cfg_t b = a;
-    b.pwwn = wwn_of("20:01:00:00:00:00:00:0b");
-    strcpy(b.sym_name.symname, "beta");
-    b.roles = 0;
+    const char* nwwn = "20:00:00:00:00:00:00:0a";
+    kvol_port_cfg_t a = vport_cfg("20:01:00:00:00:00:00:0a", nwwn, "",
+                                  KVOL_LPORT_ROLE_IM | KVOL_LPORT_ROLE_TM | KVOL_LPORT_ROLE_IP);
+    kvol_port_cfg_t b = vport_cfg("20:01:00:00:00:00:00:0b", nwwn, "beta", 0);
     ASSERT_EQ(kvol_config_vport_add(&h1, 2, &a), KVO_STATUS_OK);
+    ASSERT_NE(ioc_config_data[1].vport, nullptr);
+    EXPECT_STREQ(ioc_config_data[1].vport->role, "IM + TM + IP");
+    EXPECT_STREQ(ioc_config_data[1].vport->name.symname, " ");  // an empty name reads as a blank
     ASSERT_EQ(kvol_config_vport_add(&h1, 0, &b), KVO_STATUS_OK);
-    strcpy(a.sym_name.symname, "alpha2");
-    a.roles = KVOL_LPORT_ROLE_TM;
+    a = vport_cfg("20:01:00:00:00:00:00:0a", nwwn, "alpha2", KVOL_LPORT_ROLE_TM);
     ASSERT_EQ(kvol_config_vport_add(&h1, 3, &a), KVO_STATUS_OK);  // same port WWN: replaced
     EXPECT_EQ(ioc_config_data[1].vpcount, 2);
     EXPECT_TRUE(
@@ -270,24 +256,13 @@ TEST_F(ConfigUpdateTest, VportsAreAddedReplacedAndDeleted) {
     EXPECT_EQ(count_of(out, "kvo1-vport-"), 1);
 }
 
-TEST_F(ConfigUpdateTest, AllThreeRolesAreJoined) {
-    three_ports();
-    kvol_port_cfg_t a{};
-    a.roles = KVOL_LPORT_ROLE_IM | KVOL_LPORT_ROLE_TM | KVOL_LPORT_ROLE_IP;
-    ASSERT_EQ(kvol_config_vport_add(&h0, 0, &a), KVO_STATUS_OK);
-    EXPECT_STREQ(ioc_config_data[0].vport->role, "IM + TM + IP");
-    EXPECT_STREQ(ioc_config_data[0].vport->name.symname, " ");  // an empty name reads as a blank
-}
-
 // ---- Target reset list
 // ----------------------------------------------------------------------------------
 
 TEST_F(ConfigUpdateTest, TargetResetPairsAreAppendedRemovedAndBounded) {
     three_ports();
     const wwn_t l = wwn_of("10:00:00:05:1e:00:00:01");
-    auto r = [](int i) {
-        return wwn_of("50:00:00:00:00:00:00:00") + static_cast<wwn_t>(i) * 0x100000000000000ull;
-    };
+    auto r = [](int i) { return wwn_plus("50:00:00:00:00:00:00:00", i); };
     for (int i = 0; i < 3; ++i)
         ASSERT_EQ(kvol_config_trs_update(&h0, 0, l, r(i), 1), KVO_STATUS_OK);
     EXPECT_EQ(kvol_config_trs_update(&h0, 0, l, r(1), 1), KVO_STATUS_OK);  // present: no change
@@ -422,11 +397,9 @@ TEST_F(ConfigUpdateTest, TwoProcessesTransactingConcurrentlyLoseNothing) {
                     ++failures;
                     continue;
                 }
-                wwn_t w = wwn_of("10:00:00:00:00:00:00:00") +
-                          static_cast<wwn_t>(k * 64 + i + 1) * 0x100000000000000ull;
-                if (kvol_config_ioc_add(w) < 0) ++failures;
                 kvol_t h = fc_ioc("00:00:00:00:00:00:00:00");
-                h.pwwn = w;
+                h.pwwn = wwn_plus("10:00:00:00:00:00:00:00", k * 64 + i + 1);
+                if (kvol_config_ioc_add(h.pwwn) < 0) ++failures;
                 kvol_config_speed(&h, k ? KVO_PORT_SPEED_8GBPS : KVO_PORT_SPEED_4GBPS);
                 kvol_config_ad_set_name(k ? "KIDB" : "KIDA", std::to_string(i).c_str());
                 if (kvol_config_sync(path()) != KVO_STATUS_OK) ++failures;
@@ -447,9 +420,7 @@ TEST_F(ConfigUpdateTest, TwoProcessesTransactingConcurrentlyLoseNothing) {
     EXPECT_EQ(kvol_config_ioc_get_num(), 2 * kRounds);
     for (int k = 0; k < 2; ++k) {
         for (int i = 0; i < kRounds; ++i) {
-            wwn_t w = wwn_of("10:00:00:00:00:00:00:00") +
-                      static_cast<wwn_t>(k * 64 + i + 1) * 0x100000000000000ull;
-            int idx = kvol_config_ioc_lookup(w);
+            int idx = kvol_config_ioc_lookup(wwn_plus("10:00:00:00:00:00:00:00", k * 64 + i + 1));
             ASSERT_GE(idx, 0) << k << " " << i;
             EXPECT_EQ(ioc_config_data[idx].speed, k ? 8u : 4u);
         }

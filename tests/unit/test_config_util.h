@@ -98,6 +98,21 @@ inline kvol_t eth_ioc(const char* mac) {
     return h;
 }
 
+// The WWN whose last written byte is `base`'s plus i (the number's top byte).
+inline wwn_t wwn_plus(const char* base, int i) {
+    return wwn_of(base) + static_cast<wwn_t>(i) * 0x100000000000000ull;
+}
+
+inline kvol_port_cfg_t vport_cfg(const char* pwwn, const char* nwwn, const char* name,
+                                 uint32_t roles) {
+    kvol_port_cfg_t vp{};
+    vp.pwwn = wwn_of(pwwn);
+    vp.nwwn = wwn_of(nwwn);
+    snprintf(vp.sym_name.symname, sizeof vp.sym_name.symname, "%s", name);
+    vp.roles = roles;
+    return vp;
+}
+
 inline bool contains(const std::string& hay, const std::string& needle) {
     return hay.find(needle) != std::string::npos;
 }
