@@ -12,6 +12,19 @@
 
 #include "kvol_config.h"
 
+// What `write` prints to a stream.
+template <typename F>
+std::string written_by(F&& write) {
+    char* buf = nullptr;
+    size_t len = 0;
+    FILE* fp = open_memstream(&buf, &len);
+    write(fp);
+    fclose(fp);
+    std::string s(buf, len);
+    free(buf);
+    return s;
+}
+
 class ConfigTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -53,15 +66,10 @@ protected:
     }
     // The writer's output for the current tables, without touching the file.
     static std::string render() {
-        char* buf = nullptr;
-        size_t len = 0;
-        FILE* fp = open_memstream(&buf, &len);
-        kvol_config_ad_update(fp);
-        kvol_config_ioc_update(fp);
-        fclose(fp);
-        std::string s(buf, len);
-        free(buf);
-        return s;
+        return written_by([](FILE* fp) {
+            kvol_config_ad_update(fp);
+            kvol_config_ioc_update(fp);
+        });
     }
 
     std::string dir_, path_;
