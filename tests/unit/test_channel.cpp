@@ -54,6 +54,14 @@ const std::vector<std::pair<uint32_t, uint32_t>> kMapped = {
 const uint32_t kPassThrough[] = {0xC0204325, 0xC0204327, 0xC0204328, 0xC0204311, 0xC0184313,
                                  0xC050BA01, 0xC060BA02, 0xC140B301, 0xC018B302};
 
+// A handle with no descriptor open.
+kvol_t closed_ioc(kvo_ioc_type_e type) {
+    kvol_t h{};
+    h.fd = h.sg_fd = h.ipfc_fd = -1;
+    h.ioc_type = type;
+    return h;
+}
+
 }  // namespace
 
 TEST(ChannelMap, EveryMappedCodeGivesItsDriverNumber) {
@@ -87,20 +95,17 @@ TEST(ChannelMap, TableHas137EntriesAndOnlyLunMaskClearAndQueryShareANumber) {
     EXPECT_EQ(query, 116u);
 }
 
-TEST(ChannelMap, OwnTransportCodesPassUnchanged) {
-    for (uint32_t code : kPassThrough) {
+// Codes with their own transport pass unchanged; unknown ones (the version check, a code one
+// off a mapped one, a mapped number itself, zero, all ones) are refused and left alone.
+TEST(ChannelMap, UnmappedCodesAreLeftAloneAndOnlyUnknownOnesRefused) {
+    std::vector<std::pair<uint32_t, int>> rows;
+    for (uint32_t code : kPassThrough) rows.push_back({code, 0});
+    for (uint32_t code : {0xC0084301u, 0xC0084305u, 0xC2104308u, 3u, 0u, 0xFFFFFFFFu})
+        rows.push_back({code, 1});
+    for (const auto& [code, refused] : rows) {
         uint32_t c = code;
-        EXPECT_EQ(kvol_map_opensrc_iocmd_codes(&c), 0) << std::hex << code;
-        EXPECT_EQ(c, code);
-    }
-}
-
-TEST(ChannelMap, UnknownCodesAreRefusedAndLeftAlone) {
-    // Version check, a code one off a mapped one, a mapped number itself, zero, all ones.
-    for (uint32_t code : {0xC0084301u, 0xC0084305u, 0xC2104308u, 3u, 0u, 0xFFFFFFFFu}) {
-        uint32_t c = code;
-        EXPECT_EQ(kvol_map_opensrc_iocmd_codes(&c), 1) << std::hex << code;
-        EXPECT_EQ(c, code);
+        EXPECT_EQ(kvol_map_opensrc_iocmd_codes(&c), refused) << std::hex << code;
+        EXPECT_EQ(c, code) << std::hex << code;
     }
     EXPECT_EQ(kvol_map_opensrc_iocmd_codes(nullptr), 1);
 }
@@ -151,21 +156,13 @@ TEST(ChannelBsg, VendorFrameCarriesTheMappedNumberAndPointsBothTransfersAtTheRec
                                 0,    0,    3,    0,    0,    0,    0, 0, 0, 0};
     EXPECT_EQ(memcmp(req, expect, sizeof(expect)), 0);
     for (size_t i = 20; i < sizeof(req); ++i) EXPECT_EQ(req[i], 0) << i;
-}
-
-TEST(ChannelBsg, VendorFrameRefusesALengthTheHeaderCannotCarry) {
-    sg_io_v4 hdr;
-    uint8_t req[32];
-    kvo_bsg_reply_s reply{};
-    uint8_t rec[8];
-    EXPECT_EQ(kvol_bsg_vendor_frame(&hdr, req, 1, rec, size_t{1} << 33, &reply),
+    // A length the header cannot carry.
+    EXPECT_EQ(kvol_bsg_vendor_frame(&hdr, req, 1, &rec, size_t{1} << 33, &reply),
               KVO_STATUS_FAILED);
 }
 
 TEST(ChannelBsg, UnknownCodeOnABsgNodeIsRefusedBeforeAnySystemCall) {
-    kvol_t h{};
-    h.fd = h.sg_fd = h.ipfc_fd = -1;
-    h.ioc_type = KVO_IOC_TYPE_FC;
+    kvol_t h = closed_ioc(KVO_IOC_TYPE_FC);
     // A node that cannot exist: reaching open() would give KVO_STATUS_NO_DRIVER instead.
     snprintf(h.devpath, sizeof(h.devpath), "/dev/bsg/fc_host_missing_node");
     kvo_gen_t rec{};
@@ -183,9 +180,7 @@ TEST(ChannelBsg, UnknownCodeOnABsgNodeIsRefusedBeforeAnySystemCall) {
 }
 
 TEST(ChannelEthernet, FailedIoctlIsMappedFromErrno) {
-    kvol_t h{};
-    h.fd = h.sg_fd = h.ipfc_fd = -1;
-    h.ioc_type = KVO_IOC_TYPE_LL;
+    kvol_t h = closed_ioc(KVO_IOC_TYPE_LL);
     kvo_gen_t rec{};
     EXPECT_EQ(kvol_ioctl(&h, KVO_IOCMD_PORT_ENABLE, &rec, 8, 8, 8), KVO_STATUS_EBADF);
     FILE* f = fopen("/dev/null", "r");
@@ -293,9 +288,7 @@ TEST(ChannelFlash, EepromWriteStartsFourBytesEarlyExceptAtZero) {
 }
 
 TEST(ChannelNomask, CopyComesBackAndZeroLengthIsSafe) {
-    kvol_t h{};
-    h.fd = h.sg_fd = h.ipfc_fd = -1;
-    h.ioc_type = KVO_IOC_TYPE_LL;
+    kvol_t h = closed_ioc(KVO_IOC_TYPE_LL);
     kvo_gen_t rec{};
     rec.status = 77;
     rec.kvod_num = 5;
@@ -307,9 +300,7 @@ TEST(ChannelNomask, CopyComesBackAndZeroLengthIsSafe) {
 }
 
 TEST(ChannelIoc, RequestsCarryTheInstanceAndSurfaceTheChannelFailure) {
-    kvol_t h{};
-    h.fd = h.sg_fd = h.ipfc_fd = -1;
-    h.ioc_type = KVO_IOC_TYPE_LL;
+    kvol_t h = closed_ioc(KVO_IOC_TYPE_LL);
     h.instance = 3;
     kvo_ioc_info_t info;
     memset(&info, 0xEE, sizeof(info));
