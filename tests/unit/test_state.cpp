@@ -74,25 +74,23 @@ TEST(StatusText, TellingRowsAreExact) {
     }
 }
 
-TEST(StatusText, EveryEntryEndsInExactlyOneBlank) {
-    for (int i = 0; i <= KVO_STATUS_MAX_VAL; ++i) {
-        ASSERT_NE(errorlist[i], nullptr) << "entry " << i;
-        std::string t = errorlist[i];
-        ASSERT_GE(t.size(), 3u) << "entry " << i;
-        EXPECT_EQ(t.back(), ' ') << "entry " << i;
-        EXPECT_NE(t[t.size() - 2], ' ') << "entry " << i;
-        EXPECT_NE(t[0], ' ') << "entry " << i;
-    }
-}
-
-// Only the two documented pairs share a text; any other repeat is a copy slip.
-TEST(StatusText, OnlyTheKnownPairsRepeat) {
+// Every entry ends in exactly one blank, and only the two documented pairs share a text; any
+// other repeat is a copy slip.
+TEST(StatusText, EveryEntryEndsInOneBlankAndOnlyTheKnownPairsRepeat) {
     std::map<std::string, std::vector<int>> by_text;
-    for (int i = 0; i <= KVO_STATUS_MAX_VAL; ++i) by_text[errorlist[i]].push_back(i);
-    std::vector<std::vector<int>> repeats;
-    for (const auto& [text, ids] : by_text) {
-        if (ids.size() > 1) repeats.push_back(ids);
+    for (int i = 0; i <= KVO_STATUS_MAX_VAL; ++i) {
+        SCOPED_TRACE(i);
+        ASSERT_NE(errorlist[i], nullptr);
+        std::string t = errorlist[i];
+        ASSERT_GE(t.size(), 3u);
+        EXPECT_EQ(t.back(), ' ');
+        EXPECT_NE(t[t.size() - 2], ' ');
+        EXPECT_NE(t[0], ' ');
+        by_text[t].push_back(i);
     }
+    std::vector<std::vector<int>> repeats;
+    for (const auto& [text, ids] : by_text)
+        if (ids.size() > 1) repeats.push_back(ids);
     const std::vector<std::vector<int>> expected = {{155, 169}, {235, 245}};
     std::sort(repeats.begin(), repeats.end());
     EXPECT_EQ(repeats, expected);
@@ -112,12 +110,10 @@ TEST(StatusText, LookupIsBoundedUnsigned) {
 }
 
 TEST(LastStatus, HoldsTheLastValueSet) {
-    kvol_set_last_error(KVO_STATUS_NO_DRIVER);
-    EXPECT_EQ(kvol_get_last_error(), KVO_STATUS_NO_DRIVER);
-    kvol_set_last_error(KVO_STATUS_ENOMEM);
-    EXPECT_EQ(kvol_get_last_error(), KVO_STATUS_ENOMEM);
-    kvol_set_last_error(KVO_STATUS_OK);
-    EXPECT_EQ(kvol_get_last_error(), KVO_STATUS_OK);
+    for (kvo_status_t st : {KVO_STATUS_NO_DRIVER, KVO_STATUS_ENOMEM, KVO_STATUS_OK}) {
+        kvol_set_last_error(st);
+        EXPECT_EQ(kvol_get_last_error(), st);
+    }
 }
 
 struct NamedTable {

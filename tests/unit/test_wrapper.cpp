@@ -64,29 +64,24 @@ TEST(PortWwn, RefusedShapesLeaveTheOutputAlone) {
 }
 
 TEST(VfidLpwwn, PairsOfDashLAndWwn) {
-    std::vector<std::string> words = {"qmx", "vport", "--create", "1/0",
-                                      "-l",  "20:00:00:00:00:00:00:01",
-                                      "-l",  "20:00:00:00:00:00:00:02"};
-    std::vector<char*> argv;
-    for (auto& s : words) argv.push_back(s.data());
-    auto run = [&](int argc, wwn_t* w) {
-        return qmx_fill_vfid_lpwwn(argv.data(), argc, 4, nullptr, w);
+    // Reads the words after "qmx vport --create 1/0".
+    auto run = [](std::vector<std::string> tail, wwn_t* w) {
+        std::vector<std::string> words = {"qmx", "vport", "--create", "1/0"};
+        words.insert(words.end(), tail.begin(), tail.end());
+        std::vector<char*> argv;
+        for (auto& s : words) argv.push_back(s.data());
+        return qmx_fill_vfid_lpwwn(argv.data(), static_cast<int>(argv.size()), 4, nullptr, w);
     };
+    const std::string w1 = "20:00:00:00:00:00:00:01", w2 = "20:00:00:00:00:00:00:02";
     wwn_t w = 0;
-    ASSERT_EQ(run(8, &w), 0);
+    ASSERT_EQ(run({"-l", w1, "-l", w2}, &w), 0);
     EXPECT_EQ(bytes_of(w).back(), 0x02);  // the last pair wins
     w = 7;
-    EXPECT_EQ(run(4, &w), 0);              // nothing to read
+    EXPECT_EQ(run({}, &w), 0);  // nothing to read
     EXPECT_EQ(w, 7u);
-    EXPECT_EQ(run(7, &w), E_CLI_INCORRECT_CMD);  // trailing "-l" without value
-    words[6] = "-x";
-    argv[6] = words[6].data();
-    EXPECT_EQ(run(8, &w), E_CLI_INCORRECT_CMD);
-    words[6] = "-l";
-    argv[6] = words[6].data();
-    words[7] = "20:00:00:00:00:00:00";
-    argv[7] = words[7].data();
-    EXPECT_EQ(run(8, &w), E_CLI_BAD_WWN);
+    EXPECT_EQ(run({"-l", w1, "-l"}, &w), E_CLI_INCORRECT_CMD);  // trailing "-l" without value
+    EXPECT_EQ(run({"-l", w1, "-x", w2}, &w), E_CLI_INCORRECT_CMD);
+    EXPECT_EQ(run({"-l", w1, "-l", "20:00:00:00:00:00:00"}, &w), E_CLI_BAD_WWN);
 }
 
 // ---- MAC -----------------------------------------------------------------------------------
