@@ -157,24 +157,6 @@ TEST_F(Tree, FunctionsOfOneCardFormOneAdapterWithItsPorts) {
     EXPECT_EQ(kvol_ioc_get_adapter_id(kvol_adapter_open_ioc(2)), 1);
 }
 
-TEST_F(Tree, PortCopiesMapBackToTheGlobalList) {
-    add_ioc({"0000:03:00.0", "0000:03:00", KVO_IOC_TYPE_FC, 0, W0, nullptr});
-    add_ioc({"0000:03:00.2", "0000:03:00", KVO_IOC_TYPE_LL, 0, 0, "eth7"});
-    build();
-    kvol_port_t* p0 = kvol_adapter_get_port(kvol_adapter_get_by_idx(1), 0);
-    kvol_t* copy = kvol_port_get_first_ethioc(p0);
-    ASSERT_NE(copy, nullptr);
-    EXPECT_NE(copy, kvol_adapter_open_ioc(1));
-    EXPECT_EQ(kvol_ioc_get_global_index(copy), 1);
-    kvol_t other{};
-    snprintf(other.ioc_hwpath, sizeof(other.ioc_hwpath), "0000:09:00.0");
-    EXPECT_EQ(kvol_ioc_get_global_index(&other), -1);
-    EXPECT_EQ(kvol_ioc_get_by_eth_name("eth7"), kvol_adapter_open_ioc(1));
-    EXPECT_EQ(kvol_ioc_get_by_eth_name("eth"), nullptr);
-    EXPECT_EQ(kvol_ioc_get_inst_num_by_pwwn(W0), 10);
-    EXPECT_EQ(kvol_ioc_get_inst_num_by_pwwn(0), -1);  // the Ethernet function's zero WWN
-}
-
 TEST_F(Tree, LookupsByWordWwnAndFunction) {
     add_ioc({"0000:03:00.0", "0000:03:00", KVO_IOC_TYPE_FC, 0, W0, nullptr});
     add_ioc({"0000:03:00.1", "0000:03:00", KVO_IOC_TYPE_FC, 1, W1, nullptr});
@@ -210,6 +192,17 @@ TEST_F(Tree, LookupsByWordWwnAndFunction) {
     EXPECT_EQ(kvol_port_get_ioc_by_pcifn(nullptr, 0), nullptr);
     EXPECT_EQ(kvol_port_get_first_fcioc(e0), nullptr);
     EXPECT_EQ(kvol_port_get_first_ioc(e0), kvol_port_get_first_ethioc(e0));
+
+    // The port's records are copies that map back to the global list.
+    EXPECT_NE(f3, kvol_adapter_open_ioc(3));
+    EXPECT_EQ(kvol_ioc_get_global_index(f3), 3);  // the whole path counts, not its adapter part
+    kvol_t other{};
+    snprintf(other.ioc_hwpath, sizeof(other.ioc_hwpath), "0000:09:00.0");
+    EXPECT_EQ(kvol_ioc_get_global_index(&other), -1);
+    EXPECT_EQ(kvol_ioc_get_by_eth_name("eth1"), kvol_adapter_open_ioc(3));
+    EXPECT_EQ(kvol_ioc_get_by_eth_name("eth"), nullptr);
+    EXPECT_EQ(kvol_ioc_get_inst_num_by_pwwn(W1), 11);
+    EXPECT_EQ(kvol_ioc_get_inst_num_by_pwwn(0), -1);  // the Ethernet functions' zero WWN
 }
 
 TEST_F(Tree, ImpossiblePortIdIsRefusedWithoutAddingAnything) {
