@@ -129,31 +129,28 @@ TEST(MacNumber, RefusedShapes) {
 
 // ---- Speed, topology, VLAN -----------------------------------------------------------------
 
-TEST(Speed, ExactWordsOnly) {
-    const std::pair<const char*, uint32_t> accepted[] = {
-        {"1", 1}, {"2", 2}, {"4", 4}, {"8", 8}, {"16", 16}, {"10", 10}, {"auto", 15}};
-    for (const auto& [word, value] : accepted) {
-        uint32_t s = 0;
-        EXPECT_EQ(qmx_set_speed(word, &s), 1) << word;
-        EXPECT_EQ(s, value) << word;
-    }
-    for (const char* word : {"32", "Auto", "1G", "", "01", "auto ", "3"}) {
-        uint32_t s = 99;
-        EXPECT_EQ(qmx_set_speed(word, &s), 0) << word;
-        EXPECT_EQ(s, 99u) << word;
-    }
-}
-
-TEST(Topology, P2pAndLoopOnly) {
-    uint32_t t = 0;
-    EXPECT_EQ(qmx_set_topology("p2p", &t), 1);
-    EXPECT_EQ(t, 5u);
-    EXPECT_EQ(qmx_set_topology("loop", &t), 1);
-    EXPECT_EQ(t, 2u);
-    for (const char* word : {"auto", "P2P", "Loop", "", "p2p2"}) {
-        t = 99;
-        EXPECT_EQ(qmx_set_topology(word, &t), 0) << word;
-        EXPECT_EQ(t, 99u) << word;
+// Each word is taken exactly as written; a refused word leaves the value alone.
+TEST(SpeedAndTopology, ExactWordsOnly) {
+    using Parser = int (*)(const char*, uint32_t*);
+    const struct {
+        Parser parse;
+        const char* word;
+        int value;  // -1: refused
+    } rows[] = {
+        {qmx_set_speed, "1", 1},       {qmx_set_speed, "2", 2},      {qmx_set_speed, "4", 4},
+        {qmx_set_speed, "8", 8},       {qmx_set_speed, "16", 16},    {qmx_set_speed, "10", 10},
+        {qmx_set_speed, "auto", 15},   {qmx_set_speed, "32", -1},    {qmx_set_speed, "Auto", -1},
+        {qmx_set_speed, "1G", -1},     {qmx_set_speed, "", -1},      {qmx_set_speed, "01", -1},
+        {qmx_set_speed, "auto ", -1},  {qmx_set_speed, "3", -1},
+        {qmx_set_topology, "p2p", 5},  {qmx_set_topology, "loop", 2}, {qmx_set_topology, "", -1},
+        {qmx_set_topology, "auto", -1}, {qmx_set_topology, "P2P", -1},
+        {qmx_set_topology, "Loop", -1}, {qmx_set_topology, "p2p2", -1},
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(std::string(r.parse == qmx_set_speed ? "speed " : "topology ") + r.word);
+        uint32_t v = 99;
+        EXPECT_EQ(r.parse(r.word, &v), r.value >= 0 ? 1 : 0);
+        EXPECT_EQ(v, r.value >= 0 ? static_cast<uint32_t>(r.value) : 99u);
     }
 }
 
