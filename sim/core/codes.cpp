@@ -1,5 +1,7 @@
 // Names of the request codes (for the log and the fault rules) and of errno values.
 #include <cerrno>
+#include <cstdarg>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -208,6 +210,15 @@ bool parse_code(const std::string& s0, uint32_t& code) {
         return true;
     }
     return false;
+}
+
+std::string fmt(const char* f, ...) {
+    char buf[512];
+    va_list ap;
+    va_start(ap, f);
+    vsnprintf(buf, sizeof buf, f, ap);
+    va_end(ap);
+    return buf;
 }
 
 const char* errno_name(int e) {

@@ -99,6 +99,8 @@ const char* code_name(uint32_t code);
 bool parse_code(const std::string& s, uint32_t& code);
 // errno names for the log and the fault rules.
 const char* errno_name(int e);
+// printf into a string, for log lines and notes (cut at 511 bytes).
+std::string fmt(const char* f, ...) __attribute__((format(printf, 1, 2)));
 bool parse_errno(const std::string& s, int& e);
 
 // Copies a string into a fixed record field, always NUL-terminated.

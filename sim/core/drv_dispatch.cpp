@@ -26,16 +26,6 @@ namespace {
 constexpr unsigned long kSgIo = 0x2285;
 constexpr uint32_t kBsgTimeoutMs = 60000;
 
-std::string fmt(const char* f, ...) __attribute__((format(printf, 1, 2)));
-std::string fmt(const char* f, ...) {
-    char buf[512];
-    va_list ap;
-    va_start(ap, f);
-    vsnprintf(buf, sizeof buf, f, ap);
-    va_end(ap);
-    return buf;
-}
-
 std::string errno_text(int e) {
     const char* n = errno_name(e);
     return n ? std::string(n) : std::to_string(e);

@@ -19,16 +19,6 @@ namespace {
 
 constexpr size_t kMaxEeprom = 64u << 20;
 
-std::string sfmt(const char* f, ...) __attribute__((format(printf, 1, 2)));
-std::string sfmt(const char* f, ...) {
-    char buf[512];
-    va_list ap;
-    va_start(ap, f);
-    vsnprintf(buf, sizeof buf, f, ap);
-    va_end(ap);
-    return buf;
-}
-
 struct Ctx {
     State& st;
     std::string ifname;
@@ -61,7 +51,7 @@ int flashdev(Ctx& c, uint64_t addr) {
     if (!read_user(&req, addr, sizeof req)) return bad(c, "FLASHDEV: request is not readable");
     if (memchr(req.data, 0, sizeof req.data) == nullptr) return bad(c, "FLASHDEV: file name is not terminated");
     const std::string file = req.data;
-    if (req.region != 2) return bad(c, sfmt("FLASHDEV: region %u, expected 2 (firmware)", req.region));
+    if (req.region != 2) return bad(c, fmt("FLASHDEV: region %u, expected 2 (firmware)", req.region));
     if (file.empty() || file.find('/') != std::string::npos || file == "." || file == "..")
         return bad(c, "FLASHDEV: \"" + file + "\" is not a file name in the firmware directory");
     const std::string what = "file=" + file + " region=2";
@@ -76,7 +66,7 @@ int flashdev(Ctx& c, uint64_t addr) {
     if (s == KVO_STATUS_FLASH_BAD_LEN) return done(c, what, why, EFBIG);
     if (s != KVO_STATUS_OK) return done(c, what, why, EIO);
     c.st.dirty = true;
-    return done(c, what, sfmt("%zu bytes", image.size()));
+    return done(c, what, fmt("%zu bytes", image.size()));
 }
 
 int eeprom(Ctx& c, uint64_t addr, bool write) {
@@ -86,14 +76,14 @@ int eeprom(Ctx& c, uint64_t addr, bool write) {
     if (!read_user(&e, addr, sizeof e)) return bad(c, std::string(cmd) + ": request is not readable");
     Adapter& a = *c.fn.adapter;
     const uint32_t magic = static_cast<uint32_t>(a.device_id) << 16 | a.vendor_id;
-    if (e.magic != magic) return bad(c, sfmt("%s: magic 0x%08X, expected 0x%08X", cmd, e.magic, magic));
-    if (e.len == 0 || e.len > kMaxEeprom) return bad(c, sfmt("%s: length %u", cmd, e.len));
+    if (e.magic != magic) return bad(c, fmt("%s: magic 0x%08X, expected 0x%08X", cmd, e.magic, magic));
+    if (e.len == 0 || e.len > kMaxEeprom) return bad(c, fmt("%s: length %u", cmd, e.len));
     if (uint64_t{e.offset} + e.len > a.flash_size)
-        return bad(c, sfmt("%s: offset 0x%X length %u leave the flash (%u bytes)", cmd, e.offset, e.len, a.flash_size));
+        return bad(c, fmt("%s: offset 0x%X length %u leave the flash (%u bytes)", cmd, e.offset, e.len, a.flash_size));
     const uint64_t data_addr = addr + sizeof(ethtool_eeprom);
     std::vector<uint8_t> buf(e.len);
     std::string why;
-    const std::string what = sfmt("offset=0x%X len=%u", e.offset, e.len);
+    const std::string what = fmt("offset=0x%X len=%u", e.offset, e.len);
     if (!write) {
         if (!flash_read(c.st.dir, a, e.offset, buf.data(), buf.size(), why)) return done(c, what, why, EIO);
         if (!write_user(data_addr, buf.data(), buf.size())) return bad(c, "GEEPROM: data buffer is not writable");
@@ -102,18 +92,18 @@ int eeprom(Ctx& c, uint64_t addr, bool write) {
     // A write carries the image length ahead of the image; the image belongs at the start of
     // the partition that follows that word (or at offset 0 for the first partition).
     if (!read_user(buf.data(), data_addr, buf.size())) return bad(c, "SEEPROM: data buffer is not readable");
-    if (e.len < 4) return bad(c, sfmt("SEEPROM: length %u has no room for the length word", e.len));
+    if (e.len < 4) return bad(c, fmt("SEEPROM: length %u has no room for the length word", e.len));
     uint32_t n;
     memcpy(&n, buf.data(), 4);
-    if (n != e.len - 4) return bad(c, sfmt("SEEPROM: length word %u, but %u data bytes follow", n, e.len - 4));
+    if (n != e.len - 4) return bad(c, fmt("SEEPROM: length word %u, but %u data bytes follow", n, e.len - 4));
     const uint32_t start = e.offset == 0 ? 0 : e.offset + 4;
     FlashPart* p = flash_at(a, start);
-    if (p == nullptr) return bad(c, sfmt("SEEPROM: no partition starts at 0x%X", start));
+    if (p == nullptr) return bad(c, fmt("SEEPROM: no partition starts at 0x%X", start));
     kvo_status_t s = flash_part_write(c.st.dir, a, *p, buf.data() + 4, n, why);
     if (s == KVO_STATUS_FLASH_BAD_LEN) return done(c, what, why, EFBIG);
     if (s != KVO_STATUS_OK) return done(c, what, why, EIO);
     c.st.dirty = true;
-    return done(c, what, sfmt("%u bytes to partition type %u", n, p->type));
+    return done(c, what, fmt("%u bytes to partition type %u", n, p->type));
 }
 
 }  // namespace
@@ -139,7 +129,7 @@ bool ethtool_ioctl(void* arg, int* rc) try {
         } else if (cmd == KVO_ETHTOOL_GEEPROM || cmd == KVO_ETHTOOL_SEEPROM) {
             *rc = eeprom(c, addr, cmd == KVO_ETHTOOL_SEEPROM);
         } else {
-            append_log(st.dir, sfmt("UNHANDLED ethtool %s command %u -> errno=EOPNOTSUPP", ifname.c_str(), cmd));
+            append_log(st.dir, fmt("UNHANDLED ethtool %s command %u -> errno=EOPNOTSUPP", ifname.c_str(), cmd));
             errno = EOPNOTSUPP;
             *rc = -1;
         }

@@ -1,6 +1,7 @@
 #include "harness.h"
 
 #include <fcntl.h>
+#include <cstdio>
 #include <poll.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -256,6 +257,18 @@ nlohmann::json Bed::state() const {
         ADD_FAILURE() << "state.json: " << e.what();
         return nlohmann::json();
     }
+}
+
+std::string hex(uint32_t v) {
+    char b[16];
+    snprintf(b, sizeof b, "0x%X", v);
+    return b;
+}
+
+std::string value(const Result& r, const std::string& key) {
+    for (const std::string& l : lines(r.out))
+        if (l.rfind(key + "=", 0) == 0) return l.substr(key.size() + 1);
+    return "";
 }
 
 }  // namespace scen

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -91,5 +92,11 @@ bool write_text(const std::string& path, const std::string& text);
 
 // Splits text into lines (without their line feeds).
 std::vector<std::string> lines(const std::string& text);
+
+// "0x%X" of a request code.
+std::string hex(uint32_t v);
+
+// The value of a "key=..." line of the output (probe replies), "" when absent.
+std::string value(const Result& r, const std::string& key);
 
 }  // namespace scen

@@ -13,22 +13,12 @@
 
 using scen::Bed;
 using scen::Result;
+using scen::hex;
+using scen::value;
 
 namespace {
 
 const std::string kNoEnt = "rc=-1 errno=2 (No such file or directory) ";
-
-std::string hex(uint32_t v) {
-    char b[16];
-    snprintf(b, sizeof b, "0x%X", v);
-    return b;
-}
-
-std::string value(const Result& r, const std::string& key) {
-    for (const std::string& l : scen::lines(r.out))
-        if (l.rfind(key + "=", 0) == 0) return l.substr(key.size() + 1);
-    return "";
-}
 
 }  // namespace
 

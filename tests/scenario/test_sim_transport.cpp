@@ -8,23 +8,8 @@
 
 using scen::Bed;
 using scen::Result;
-
-namespace {
-
-std::string hex(uint32_t v) {
-    char b[16];
-    snprintf(b, sizeof b, "0x%X", v);
-    return b;
-}
-
-// The value of key=... in probe output, "" when absent.
-std::string value(const Result& r, const std::string& key) {
-    for (const std::string& l : scen::lines(r.out))
-        if (l.rfind(key + "=", 0) == 0) return l.substr(key.size() + 1);
-    return "";
-}
-
-}  // namespace
+using scen::hex;
+using scen::value;
 
 TEST(SimTransport, InformationOverEveryNodeKindNamesTheAddressedFunction) {
     Bed bed = Bed::preset("demo");
