@@ -199,6 +199,19 @@ char* virtual_result(char* resolved_real, char* caller_buf) {
     return strdup(v.c_str());
 }
 
+// The stdio opens: the real call on the mapped path, its stream's descriptor tracked.
+template <typename Fn, typename... Rest>
+FILE* open_stream(Fn real, const char* path, const char* mode, Rest... rest) {
+    Route r = route(path);
+    if (r.how == How::pass) return real ? real(path, mode, rest...) : nullptr;
+    FILE* f = nullptr;
+    open_mapped(r, [&](const char* p) {
+        f = real(p, mode, rest...);
+        return f ? fileno(f) : -1;
+    });
+    return f;
+}
+
 }  // namespace
 
 #pragma GCC visibility push(default)
@@ -260,50 +273,22 @@ int creat64(const char* path, mode_t mode) { return open64(path, O_CREAT | O_WRO
 
 FILE* fopen(const char* path, const char* mode) {
     REAL(fopen, FILE* (*)(const char*, const char*));
-    Route r = route(path);
-    if (r.how == How::pass) return real ? real(path, mode) : nullptr;
-    FILE* f = nullptr;
-    open_mapped(r, [&](const char* p) {
-        f = real(p, mode);
-        return f ? fileno(f) : -1;
-    });
-    return f;
+    return open_stream(real, path, mode);
 }
 
 FILE* fopen64(const char* path, const char* mode) {
     REAL(fopen64, FILE* (*)(const char*, const char*));
-    Route r = route(path);
-    if (r.how == How::pass) return real ? real(path, mode) : nullptr;
-    FILE* f = nullptr;
-    open_mapped(r, [&](const char* p) {
-        f = real(p, mode);
-        return f ? fileno(f) : -1;
-    });
-    return f;
+    return open_stream(real, path, mode);
 }
 
 FILE* freopen(const char* path, const char* mode, FILE* stream) {
     REAL(freopen, FILE* (*)(const char*, const char*, FILE*));
-    Route r = route(path);
-    if (r.how == How::pass) return real ? real(path, mode, stream) : nullptr;
-    FILE* f = nullptr;
-    open_mapped(r, [&](const char* p) {
-        f = real(p, mode, stream);
-        return f ? fileno(f) : -1;
-    });
-    return f;
+    return open_stream(real, path, mode, stream);
 }
 
 FILE* freopen64(const char* path, const char* mode, FILE* stream) {
     REAL(freopen64, FILE* (*)(const char*, const char*, FILE*));
-    Route r = route(path);
-    if (r.how == How::pass) return real ? real(path, mode, stream) : nullptr;
-    FILE* f = nullptr;
-    open_mapped(r, [&](const char* p) {
-        f = real(p, mode, stream);
-        return f ? fileno(f) : -1;
-    });
-    return f;
+    return open_stream(real, path, mode, stream);
 }
 
 int fclose(FILE* f) {
