@@ -271,4 +271,35 @@ std::string value(const Result& r, const std::string& key) {
     return "";
 }
 
+// A command that succeeded with exactly this output and nothing on standard error.
+::testing::AssertionResult prints(const Result& r, const std::string& out) {
+    if (r.status == 0 && r.out == out && r.err.empty()) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "status " << r.status << "\nout: [" << r.out
+                                         << "]\nexpected: [" << out << "]\nerr: [" << r.err << "]";
+}
+
+// A command that failed with this exit status and message and printed nothing else.
+::testing::AssertionResult fails(const Result& r, int status, const std::string& err) {
+    if (r.status == status && r.out.empty() && r.err == err) return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << "status " << r.status << " (expected " << status
+                                         << ")\nout: [" << r.out << "]\nerr: [" << r.err
+                                         << "]\nexpected: [" << err << "]";
+}
+
+// The lines of a text that contain `part`.
+std::vector<std::string> lines_with(const std::string& text, const std::string& part) {
+    std::vector<std::string> out;
+    for (const std::string& l : lines(text))
+        if (l.find(part) != std::string::npos) out.push_back(l);
+    return out;
+}
+
+// The log lines of requests with this name.
+std::vector<std::string> requests(const Bed& bed, const std::string& name) {
+    std::vector<std::string> out;
+    for (const std::string& l : bed.log())
+        if (l.find(" " + name + " ") != std::string::npos) out.push_back(l);
+    return out;
+}
+
 }  // namespace scen

@@ -99,4 +99,13 @@ std::string hex(uint32_t v);
 // The value of a "key=..." line of the output (probe replies), "" when absent.
 std::string value(const Result& r, const std::string& key);
 
+// A command that succeeded with exactly this output and nothing on standard error.
+::testing::AssertionResult prints(const Result& r, const std::string& out);
+// A command that failed with this exit status and message and printed nothing else.
+::testing::AssertionResult fails(const Result& r, int status, const std::string& err);
+// The lines of a text that contain `part`.
+std::vector<std::string> lines_with(const std::string& text, const std::string& part);
+// The log lines of the requests with this name (the code's name as the log writes it).
+std::vector<std::string> requests(const Bed& bed, const std::string& name);
+
 }  // namespace scen

@@ -10,12 +10,12 @@
 #include "test_adapter_hosts.h"
 
 using adtest::adapter_state;
-using adtest::fails;
+using scen::fails;
 using adtest::function_states;
 using adtest::kFourAdapters;
-using adtest::lines_with;
-using adtest::prints;
-using adtest::requests;
+using scen::lines_with;
+using scen::prints;
+using scen::requests;
 using adtest::rule;
 using scen::Bed;
 using scen::Result;

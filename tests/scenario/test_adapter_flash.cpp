@@ -6,13 +6,13 @@
 #include "harness.h"
 #include "test_adapter_hosts.h"
 
-using adtest::fails;
+using scen::fails;
 using adtest::flash_part;
 using adtest::kAsicPart;
 using adtest::kFourAdapters;
-using adtest::lines_with;
-using adtest::prints;
-using adtest::requests;
+using scen::lines_with;
+using scen::prints;
+using scen::requests;
 using adtest::rule;
 using scen::Bed;
 using scen::Result;

@@ -45,37 +45,6 @@ inline const char* const kFourAdapters = R"({
 
 inline std::string rule() { return std::string(72, '-') + "\n"; }
 
-// A command that succeeded with exactly this output and nothing on standard error.
-inline ::testing::AssertionResult prints(const scen::Result& r, const std::string& out) {
-    if (r.status == 0 && r.out == out && r.err.empty()) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "status " << r.status << "\nout: [" << r.out
-                                         << "]\nexpected: [" << out << "]\nerr: [" << r.err << "]";
-}
-
-// A command that failed with this exit status and message and printed nothing else.
-inline ::testing::AssertionResult fails(const scen::Result& r, int status, const std::string& err) {
-    if (r.status == status && r.out.empty() && r.err == err) return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << "status " << r.status << " (expected " << status
-                                         << ")\nout: [" << r.out << "]\nerr: [" << r.err
-                                         << "]\nexpected: [" << err << "]";
-}
-
-// The lines of a text that contain `part`.
-inline std::vector<std::string> lines_with(const std::string& text, const std::string& part) {
-    std::vector<std::string> out;
-    for (const std::string& l : scen::lines(text))
-        if (l.find(part) != std::string::npos) out.push_back(l);
-    return out;
-}
-
-// The log lines of requests with this name.
-inline std::vector<std::string> requests(const scen::Bed& bed, const std::string& name) {
-    std::vector<std::string> out;
-    for (const std::string& l : bed.log())
-        if (l.find(" " + name + " ") != std::string::npos) out.push_back(l);
-    return out;
-}
-
 // The emulated state of the adapter with this serial number.
 inline nlohmann::json adapter_state(const scen::Bed& bed, const std::string& serial) {
     const nlohmann::json st = bed.state();
