@@ -74,19 +74,37 @@ struct kvol_pfn_first_ioc_s {
 typedef kvol_pfn_first_ioc_s qmx_pfn_first_ioc_t;
 
 // The identifier resolved for a handler. For a range form, `kvol` is followed by the
-// reference to the range's last IOC (range_last).
+// reference to the range's last IOC (range_last). For an adapter, `adapter` is followed by its
+// control function (ad_ioc: the first IOC of port 0, null when it has none), which every
+// adapter command addresses.
 union qmx_id_u {
     struct {
         kvol_t* kvol;
         kvol_t* range_last;
     };
-    kvol_adapter_t* adapter;
+    struct {
+        kvol_adapter_t* adapter;
+        kvol_t* ad_ioc;
+    };
     kvol_port_t* port;
     qmx_port_first_ioc_t port_ioc;
     qmx_pfn_first_ioc_t pfn_ioc;
 };
 typedef qmx_id_u qmx_id_t;
 
+// Positions of the words of a command line in the vector a handler gets: the program, the
+// class word, the command word, the identifier, then the command's own arguments.
+enum qmx_arg_pos {
+    QMX_ARG_CLASS = 1,
+    QMX_ARG_CMD = 2,
+    QMX_ARG_ID = 3,
+    QMX_ARG_1 = 4,  // the first argument after the identifier
+    QMX_ARG_2 = 5,
+};
+// True when the command line has a word at position pos.
+constexpr bool qmx_has_arg(int argc, int pos) { return argc > pos; }
+
+// Returns 0, a kvo_status_t (1..276) or an e_cli_error code; see print_error_string.
 typedef int (*qmx_cmd_handler_t)(char** argv, int argc, qmx_id_t* id);
 typedef void (*qmx_cmd_usage_t)(int extended);
 
@@ -110,8 +128,10 @@ struct cmd_class_desc_s {
 };
 typedef cmd_class_desc_s qmx_cmd_class_desc_t;
 
-// qmxtable: the class table, closed by the entry named "none".
-extern const qmx_cmd_class_desc_t qmx_class_desc[30];
+// qmxtable: the class table, closed by the entry named "none", and the number of classes
+// before it.
+extern const qmx_cmd_class_desc_t qmx_class_desc[];
+extern const int qmx_class_count;
 
 // qmxmain
 extern int qmx_class;  // table index of the class being run

@@ -11,7 +11,6 @@
 #include <vector>
 
 #include "kvol.h"
-#include "kvol_config.h"
 #include "qmx.h"
 #include "qmxhandlers.h"
 #include "qmxwrapper.h"
@@ -41,10 +40,35 @@ std::string field(const char (&f)[N]) {
 }
 
 int adapter_id_of(kvol_adapter_t* ad, kvol_t* h) {
-    return h != nullptr ? kvol_ioc_get_adapter_id(h) : ad->id;
+    return h != nullptr ? kvol_ioc_get_adapter_id(h) : kvol_adapter_get_id(ad);
 }
 
+// The adapter's name and serial number as strings (their fields need not be terminated).
+std::string name_of(const kvol_adapter_t* ad) {
+    return field(kvol_adapter_get_name(ad), sizeof(kvol_adapter_t::name));
+}
+
+const qmx_usage_entry adapter_usage[] = {
+    {"--autostart", "<ad_id> <on|off>",
+     "\t\tEnables or disables the auto start capability of the adapter\n"},
+    {"--count", "", "\t\tDisplays the number of adapters\n"},
+    {"--disable", "<ad_id>", "\t\tDisables the adapter\n"},
+    {"--enable", "<ad_id>", "\t\tEnables the adapter\n"},
+    {"--list", "", "\t\tLists all the adapters\n"},
+    {"--mode", "<ad_id> <HBA|CNA|NIC> [-f]",
+     "\t\tConfigures the personality of the adapter; -f also resets\n"
+     "\t\tall the settings configured on the adapter\n"},
+    {"--name", "<ad_id> [<adapter-name>]",
+     "\t\tDisplays or sets the name of the adapter (at most 15\n"
+     "\t\tcharacters: a letter, then letters, digits, '-' or '_')\n"},
+    {"--query", "<ad_id> [adapter|pci|port|flash]",
+     "\t\tDisplays the attributes of the adapter, or only the section named\n"},
+    {"--reload_fw", "<ad_id>", "\t\tReloads the firmware of the adapter\n"},
+};
+
 }  // namespace
+
+void qmx_adapter_usage(int extended) { qmx_print_usage("adapter --list", adapter_usage, extended); }
 
 // ---- --list and --count ---------------------------------------------------------------------
 
@@ -63,13 +87,12 @@ static int qmx_adapter_printlist() {
             printf("ERROR: Unable to open handle to Adapter id %d\n", i);
             return 1;
         }
-        std::string serial = field(kvol_adapter_get_serial_num(ad), sizeof(ad->serial_num));
-        std::string model = field(kvol_adapter_get_model(ad), sizeof(ad->model_descr));
-        std::string hwpath = field(kvol_adapter_get_hw_path(ad), sizeof(ad->adapter_hwpath));
-        std::string type = field(kvol_adapter_get_type(ad), sizeof(ad->adapter_type));
+        std::string serial = field(kvol_adapter_get_serial_num(ad), sizeof(kvol_adapter_t::serial_num));
+        std::string model = field(kvol_adapter_get_model(ad), sizeof(kvol_adapter_t::model_descr));
+        std::string hwpath = field(kvol_adapter_get_hw_path(ad), sizeof(kvol_adapter_t::adapter_hwpath));
+        std::string type = field(kvol_adapter_get_type(ad), sizeof(kvol_adapter_t::adapter_type));
         int nports = kvol_adapter_get_port_count(ad);
-        const char* raw_name = kvol_adapter_get_name(ad);
-        std::string name = raw_name != nullptr ? field(raw_name, sizeof(ad->name)) : "";
+        std::string name = name_of(ad);
         if (name.empty()) name = "--";
         printf("%2d   %1d   %-13s  %-6s %-15s  %-11s  %-15s\n", i, nports, hwpath.c_str(),
                type.c_str(), model.c_str(), serial.c_str(), name.c_str());
@@ -91,30 +114,23 @@ int qmx_adapter_count(char** /*argv*/, int /*argc*/, qmx_id_t* /*id*/) {
 // ---- --name -------------------------------------------------------------------------------
 
 static int qmx_adapter_setname(char** argv, int argc, qmx_id_t* id) {
-    const char* name = argc == 5 ? argv[4] : nullptr;
+    const char* name = qmx_has_arg(argc, QMX_ARG_1) ? argv[QMX_ARG_1] : nullptr;
     // An empty name clears the name and is deliberately not verified.
     if (name != nullptr && name[0] != '\0' && !qmx_verify_name(name)) return E_CLI_INCORRECT_STRING;
 
     kvol_adapter_t* ad = id->adapter;
-    kvol_t* h = ad != nullptr ? kvol_adapter_get_first_ioc(ad) : nullptr;
+    kvol_t* h = id->ad_ioc;
     if (h == nullptr) return KVO_STATUS_FAILED;
     // The scan's copy may be stale; a failed refresh leaves it as the scan saw it.
     kvol_adapter_update_ioc(ad, h);
     int ad_id = adapter_id_of(ad, h);
 
     if (name == nullptr) {
-        std::string cur = field(ad->name);
-        printf("adapter id %d; current name is %s\n", ad_id, cur.c_str());
+        printf("adapter id %d; current name is %s\n", ad_id, name_of(ad).c_str());
         return 0;
     }
-
-    std::string serial = field(ad->serial_num);
-    int n = kvol_adapter_get_count();
-    for (int i = 1; i <= n; i++) {
-        if (kvol_config_get_ad_name_exists(i, name, serial.c_str())) return KVO_STATUS_SAME_NAME;
-    }
-    kvol_adapter_set_name(ad, name);
-    kvo_status_t st = kvol_get_last_error();
+    if (kvol_adapter_name_in_use(ad, name)) return KVO_STATUS_SAME_NAME;
+    kvo_status_t st = kvol_adapter_set_name(ad, name);
     if (st != KVO_STATUS_OK) return st;
     printf("adapter id %d; name set to: %s\n", ad_id, name);
     return 0;
@@ -128,7 +144,7 @@ int qmx_adapter_name(char** argv, int argc, qmx_id_t* id) {
 
 int qmx_adapter_disable(char** /*argv*/, int /*argc*/, qmx_id_t* id) {
     kvol_adapter_t* ad = id->adapter;
-    kvol_t* h = ad != nullptr ? kvol_adapter_get_first_ioc(ad) : nullptr;
+    kvol_t* h = id->ad_ioc;
     if (h == nullptr) return KVO_STATUS_FAILED;
     bool disabled = false;
     kvo_status_t st = kvol_adapter_is_disabled(ad, &disabled);
@@ -142,7 +158,7 @@ int qmx_adapter_disable(char** /*argv*/, int /*argc*/, qmx_id_t* id) {
 // Enabling an enabled adapter succeeds, unlike disabling a disabled one.
 int qmx_adapter_enable(char** /*argv*/, int /*argc*/, qmx_id_t* id) {
     kvol_adapter_t* ad = id->adapter;
-    kvol_t* h = ad != nullptr ? kvol_adapter_get_first_ioc(ad) : nullptr;
+    kvol_t* h = id->ad_ioc;
     if (h == nullptr) return KVO_STATUS_FAILED;
     kvo_status_t st = kvol_adapter_enable(ad);
     if (st != KVO_STATUS_OK && st != KVO_STATUS_IOC_ENABLED) return st;
@@ -154,16 +170,16 @@ int qmx_adapter_enable(char** /*argv*/, int /*argc*/, qmx_id_t* id) {
 
 int qmx_adapter_mode(char** argv, int argc, qmx_id_t* id) {
     bool force = false;
-    if (argc == 6) {
-        if (strcmp(argv[5], "-f") != 0) return E_CLI_INCORRECT_CMD;
+    if (qmx_has_arg(argc, QMX_ARG_2)) {
+        if (strcmp(argv[QMX_ARG_2], "-f") != 0) return E_CLI_INCORRECT_CMD;
         force = true;
     }
     kvo_adapter_cfg_mode_t cfg{};
-    if (strcasecmp(argv[4], "HBA") == 0) {
+    if (strcasecmp(argv[QMX_ARG_1], "HBA") == 0) {
         cfg.mode = KVO_MODE_HBA;
-    } else if (strcasecmp(argv[4], "CNA") == 0) {
+    } else if (strcasecmp(argv[QMX_ARG_1], "CNA") == 0) {
         cfg.mode = KVO_MODE_CNA;
-    } else if (strcasecmp(argv[4], "NIC") == 0) {
+    } else if (strcasecmp(argv[QMX_ARG_1], "NIC") == 0) {
         cfg.mode = KVO_MODE_NIC;
     } else {
         return E_CLI_INCORRECT_CMD;
@@ -176,7 +192,7 @@ int qmx_adapter_mode(char** argv, int argc, qmx_id_t* id) {
         printf("Warning: This command will not reset the settings configured on the adapter.\n\n");
     }
     kvol_adapter_t* ad = id->adapter;
-    kvol_t* h = ad != nullptr ? kvol_adapter_get_first_ioc(ad) : nullptr;
+    kvol_t* h = id->ad_ioc;
     if (h == nullptr) return KVO_STATUS_FAILED;
     kvo_status_t st = kvol_adapter_cfg_mode(ad, &cfg, force);
     if (st == KVO_STATUS_OK) {
@@ -190,15 +206,14 @@ int qmx_adapter_mode(char** argv, int argc, qmx_id_t* id) {
 
 int qmx_adapter_autostart(char** argv, int /*argc*/, qmx_id_t* id) {
     bool on;
-    if (strcmp(argv[4], "on") == 0) {
+    if (strcmp(argv[QMX_ARG_1], "on") == 0) {
         on = true;
-    } else if (strcmp(argv[4], "off") == 0) {
+    } else if (strcmp(argv[QMX_ARG_1], "off") == 0) {
         on = false;
     } else {
         return E_CLI_INCORRECT_CMD;
     }
-    kvol_adapter_t* ad = id->adapter;
-    kvol_t* h = ad != nullptr ? kvol_adapter_get_first_ioc(ad) : nullptr;
+    kvol_t* h = id->ad_ioc;
     if (h == nullptr) return KVO_STATUS_FAILED;
 
     kvo_ioc_attr_t attr{};
@@ -246,7 +261,7 @@ int qmx_adapter_autostart(char** argv, int /*argc*/, qmx_id_t* id) {
 int qmx_adapter_reload_fw(char** argv, int /*argc*/, qmx_id_t* id) {
     kvo_status_t st = kvol_adapter_reload_fw(id->adapter);
     if (st != KVO_STATUS_OK && st != KVO_STATUS_IOC_ENABLED) return st;
-    printf("Firmware on adapter id %s is reloaded\n", argv[3]);
+    printf("Firmware on adapter id %s is reloaded\n", argv[QMX_ARG_ID]);
     return 0;
 }
 
@@ -307,13 +322,11 @@ std::vector<ioc_row> adapter_rows(kvol_adapter_t* ad) {
     int nports = kvol_adapter_get_port_count(ad);
     for (int p = 0; p < nports; p++) {
         kvol_port_t* port = kvol_adapter_get_port(ad, p);
-        if (port == nullptr) continue;
-        for (kvol_t* list : {port->fcioc_list, port->ethioc_list}) {
-            for (kvol_t* h = list; h != nullptr; h = h->next) {
-                kvo_ioc_attr_t attr{};
-                bool ok = kvol_ioc_get_attr(h, &attr) == KVO_STATUS_OK;
-                rows.push_back({h, ok, ok ? attr.state : 0});
-            }
+        for (kvol_t* h = kvol_port_next_ioc(port, nullptr); h != nullptr;
+             h = kvol_port_next_ioc(port, h)) {
+            kvo_ioc_attr_t attr{};
+            bool ok = kvol_ioc_get_attr(h, &attr) == KVO_STATUS_OK;
+            rows.push_back({h, ok, ok ? attr.state : 0});
         }
     }
     return rows;
@@ -336,11 +349,11 @@ void print_item(const char* label, const std::string& value) {
 void print_adapter_section(kvol_adapter_t* ad, const kvo_ioc_attr_t& attr,
                            const std::vector<ioc_row>& rows) {
     const kvo_adapter_attr_s& a = attr.adapter_attr;
-    std::string name = field(ad->name);
+    std::string name = name_of(ad);
     printf("Adapter:\n");
     print_item("Model:", field(a.model));
     print_item("Model description:", field(a.model_descr));
-    print_item("Serial number:", field(ad->serial_num));
+    print_item("Serial number:", field(kvol_adapter_get_serial_num(ad), sizeof(kvol_adapter_t::serial_num)));
     print_item("Name:", name.empty() ? "--" : name);
     print_item("Card type:", std::to_string(a.card_type));
     print_item("Adapter type:", field(a.adapter_type));
@@ -413,15 +426,15 @@ void print_flash_section(const kvo_flash_attr_s& fattr) {
 // The attribute report of one adapter: all sections, or the one named by the optional word.
 int qmx_adapter_query(char** argv, int argc, qmx_id_t* id) {
     unsigned sections = Q_ALL;
-    if (argc == 5) {
+    if (qmx_has_arg(argc, QMX_ARG_1)) {
         sections = 0;
         for (const query_word& w : query_words) {
-            if (strcmp(argv[4], w.word) == 0) sections = w.sections;
+            if (strcmp(argv[QMX_ARG_1], w.word) == 0) sections = w.sections;
         }
         if (sections == 0) return E_CLI_INCORRECT_CMD;
     }
     kvol_adapter_t* ad = id->adapter;
-    kvol_t* h = ad != nullptr ? kvol_adapter_get_first_ioc(ad) : nullptr;
+    kvol_t* h = id->ad_ioc;
     if (h == nullptr) return KVO_STATUS_FAILED;
     kvol_adapter_update_ioc(ad, h);
 

@@ -35,8 +35,7 @@ const char qmx_no_adapter_msg[] = "ERROR: No Torvane adapter Found\n";
 bool is_sentinel(const qmx_cmd_class_desc_t& c) { return strcmp(c.name, "none") == 0; }
 
 bool valid_class(int index) {
-    return index >= 0 && index < static_cast<int>(std::size(qmx_class_desc)) &&
-           !is_sentinel(qmx_class_desc[index]);
+    return index >= 0 && index < qmx_class_count;
 }
 
 // argv[k], or "" when the vector ends before k (handlers may return codes whose message
@@ -253,7 +252,9 @@ int qmx_get_id(char* word, int class_index, int cmd_index, qmx_id_t* id) {
         return resolve_port(word, cmd.drv_path, id);
     case ADAPTER_ID:
         id->adapter = qmx_get_adapter_id(word);
-        return id->adapter ? 0 : E_CLI_INCORRECT_ADAPTER_ID;
+        if (!id->adapter) return E_CLI_INCORRECT_ADAPTER_ID;
+        id->ad_ioc = kvol_adapter_get_first_ioc(id->adapter);
+        return 0;
     case PORT_FIRST_IOC: {
         int pfn = -1;
         return qmx_get_first_ioc(word, &id->port_ioc.kvol, &id->port_ioc.port, &pfn, 0);
@@ -271,30 +272,30 @@ int qmx_get_id(char* word, int class_index, int cmd_index, qmx_id_t* id) {
 
 int qmx_main(int argc, char** argv) {
     bNoAd = false;
-    if (argc < 2 || !argv || !argv[1]) return E_CLI_CLASS_NOT_SUPPORTED;
+    if (!qmx_has_arg(argc, QMX_ARG_CLASS) || !argv || !argv[QMX_ARG_CLASS]) return E_CLI_CLASS_NOT_SUPPORTED;
 
     int cls = 0;
-    if (qmx_get_class_id(argv[1], &cls) != 0) return E_CLI_CLASS_NOT_SUPPORTED;
+    if (qmx_get_class_id(argv[QMX_ARG_CLASS], &cls) != 0) return E_CLI_CLASS_NOT_SUPPORTED;
     qmx_class = cls;
     const qmx_cmd_class_desc_t& c = qmx_class_desc[cls];
 
     // Help is answered before any lookup or scan.
-    if (argc == 2) {
+    if (!qmx_has_arg(argc, QMX_ARG_CMD)) {
         c.usage(0);
         return 0;
     }
-    if (strcmp(argv[2], "--help") == 0) {
+    if (strcmp(argv[QMX_ARG_CMD], "--help") == 0) {
         c.usage(0);
         return 0;
     }
-    if (strcmp(argv[2], "--ehelp") == 0) {
+    if (strcmp(argv[QMX_ARG_CMD], "--ehelp") == 0) {
         c.usage(1);
         return 0;
     }
 
     int cmd = 0;
-    if (qmx_get_cmd_id(argv[2], cls, &cmd) != 0) return E_CLI_CMD_NOT_SUPPORTED;
-    if (qmx_validate_arg_count(cls, cmd, argc - 3) != 0) return E_CLI_INCORRECT_ARG;
+    if (qmx_get_cmd_id(argv[QMX_ARG_CMD], cls, &cmd) != 0) return E_CLI_CMD_NOT_SUPPORTED;
+    if (qmx_validate_arg_count(cls, cmd, argc - QMX_ARG_ID) != 0) return E_CLI_INCORRECT_ARG;
 
     // No adapter at all is not an error here: the identifier messages report it.
     int found = kvol_adapter_scan();
@@ -310,8 +311,8 @@ int qmx_main(int argc, char** argv) {
         fprintf(stderr, "Warning: %s\n", kvol_status_to_string(KVO_STATUS_REG_FAIL));
 
     qmx_id_t id{};
-    if (argc > 3) {
-        int r = qmx_get_id(argv[3], cls, cmd, &id);
+    if (qmx_has_arg(argc, QMX_ARG_ID)) {
+        int r = qmx_get_id(argv[QMX_ARG_ID], cls, cmd, &id);
         if (r != 0) {
             kvol_adapter_free();
             return r;
@@ -351,32 +352,32 @@ void print_error_string(int code, char** argv) {
     switch (code) {
     case E_CLI_TOO_FEW_ARGS:
         fprintf(stderr, "ERROR: Too few arguments/options provided for the command \"%s\"\n\n",
-                arg_or_empty(argv, 1));
+                arg_or_empty(argv, QMX_ARG_CLASS));
         print_class_usage();
         break;
     case E_CLI_CMD_NOT_SUPPORTED:
-        fprintf(stderr, "ERROR: \"%s\" Command not supported\n\n", arg_or_empty(argv, 2));
+        fprintf(stderr, "ERROR: \"%s\" Command not supported\n\n", arg_or_empty(argv, QMX_ARG_CMD));
         break;
     case E_CLI_SYSTEM_BUSY:
         fprintf(stderr, "ERROR: System can not provide the required resources\n");
         break;
     case E_CLI_BAD_ARG:
         fprintf(stderr, "ERROR: Please check the argument \"%s\" for command \"%s\"\n",
-                arg_or_empty(argv, 3), arg_or_empty(argv, 2));
+                arg_or_empty(argv, QMX_ARG_ID), arg_or_empty(argv, QMX_ARG_CMD));
         break;
     case E_CLI_OPEN_ADAPTER_FAILED:
         fprintf(stderr, "ERROR: Unable to open the adapter handle\n");
         break;
     case E_CLI_INCORRECT_ARG:
         fprintf(stderr, "ERROR: Incorrect argument count for command \"%s\"\n",
-                arg_or_empty(argv, 2));
+                arg_or_empty(argv, QMX_ARG_CMD));
         print_class_usage();
         break;
     case E_CLI_INCORRECT_CMD:
         fprintf(stderr,
                 "ERROR: command \"%s\" syntax is incorrect or one of the parameters is "
                 "incorrect\n",
-                arg_or_empty(argv, 2));
+                arg_or_empty(argv, QMX_ARG_CMD));
         break;
     case E_CLI_BAD_WWN:
         fprintf(stderr, "ERROR: Incorrectly formatted WWN\n");
@@ -388,31 +389,31 @@ void print_error_string(int code, char** argv) {
         fprintf(stderr, "ERROR: Incorrectly formatted LUN\n");
         break;
     case E_CLI_INCORRECT_PORT_ID:
-        print_id_error("ERROR: port id \"%s\" in command is incorrect\n", arg_or_empty(argv, 3));
+        print_id_error("ERROR: port id \"%s\" in command is incorrect\n", arg_or_empty(argv, QMX_ARG_ID));
         break;
     case E_CLI_INCORRECT_ADAPTER_ID:
         print_id_error("ERROR: adapter id \"%s\" in command is incorrect\n",
-                       arg_or_empty(argv, 3));
+                       arg_or_empty(argv, QMX_ARG_ID));
         break;
     case E_CLI_INCORRECT_PCIFN_ID:
-        print_id_error("ERROR: pcifn id \"%s\" in command is incorrect\n", arg_or_empty(argv, 3));
+        print_id_error("ERROR: pcifn id \"%s\" in command is incorrect\n", arg_or_empty(argv, QMX_ARG_ID));
         break;
     case E_CLI_HELP:
     case E_CLI_LIST_ERR:
         // The handler has said all there is to say.
         break;
     case E_CLI_INCORRECT_STRING:
-        fprintf(stderr, "ERROR: Please check the string \"%s\"\n", arg_or_empty(argv, 4));
+        fprintf(stderr, "ERROR: Please check the string \"%s\"\n", arg_or_empty(argv, QMX_ARG_1));
         break;
     case E_CLI_NO_FC_INFO:
         print_id_error(
             "ERROR: Could not find Storage functionality on the port (or adapter) \"%s\"\n",
-            arg_or_empty(argv, 3));
+            arg_or_empty(argv, QMX_ARG_ID));
         break;
     case E_CLI_NO_ETH_INFO:
         print_id_error(
             "ERROR: Could not find Ethernet functionality on the port (or adapter) \"%s\"\n",
-            arg_or_empty(argv, 3));
+            arg_or_empty(argv, QMX_ARG_ID));
         break;
     case E_CLI_INVALID_INTERVAL:
         fprintf(stderr, "ERROR: Invalid interval value\n");
@@ -439,7 +440,7 @@ void print_error_string(int code, char** argv) {
                     "adapter.\n");
         break;
     case E_CLI_CLASS_NOT_SUPPORTED:
-        fprintf(stderr, "ERROR: \"%s\" Command class not supported\n\n", arg_or_empty(argv, 1));
+        fprintf(stderr, "ERROR: \"%s\" Command class not supported\n\n", arg_or_empty(argv, QMX_ARG_CLASS));
         break;
     case E_CLI_INCORRECT_MAC_OPTION:
         fprintf(stderr, "ERROR: MAC option is not valid for HBA mode\n");

@@ -18,6 +18,14 @@ constexpr qmx_drv_path_t P_FC = PATH_FC;
 constexpr qmx_drv_path_t P_ETH = PATH_ETH;
 constexpr qmx_drv_path_t P_ANY = PATH_ANY;
 constexpr qmx_drv_path_t P_OPER = PATH_ANY_OPER;
+
+// A class's command count, taken from its array and checked against the count the class must
+// have: a row removed or added by mistake does not compile.
+template <size_t Want, size_t N>
+constexpr int rows(const qmx_cmd_desc_t (&)[N]) {
+    static_assert(N == Want, "command count of the class changed");
+    return static_cast<int>(N);
+}
 }  // namespace
 
 const qmx_cmd_desc_t qmx_adapter_cmd_desc[] = {
@@ -302,39 +310,40 @@ const qmx_cmd_desc_t qmx_vport_cmd_desc[] = {
     {"--statsclr", 2, 2, PCIFN, P_FC, nullptr},
 };
 
-// One class row: the count always comes from the array itself.
-#define QMX_CLASS(name, type, os, cmds, usage) \
-    { name, static_cast<int>(std::size(cmds)), type, os, cmds, usage }
+#define QMX_CLASS(name, type, os, cmds, count, usage) \
+    { name, rows<count>(cmds), type, os, cmds, usage }
 
 const qmx_cmd_class_desc_t qmx_class_desc[] = {
-    QMX_CLASS("adapter", COMMON, E_ALL, qmx_adapter_cmd_desc, qmx_adapter_usage),
-    QMX_CLASS("auth", COMMON, E_WINDOWS | E_VMWARE | E_LINUX, qmx_auth_cmd_desc, qmx_auth_usage),
-    QMX_CLASS("bios", COMMON, E_ALL, qmx_bios_cmd_desc, qmx_bios_usage),
-    QMX_CLASS("boot", COMMON, E_ALL, qmx_boot_cmd_desc, qmx_boot_usage),
-    QMX_CLASS("bootdup", COMMON, E_ALL | E_HIDDEN, qmx_bootdup_cmd_desc, qmx_bootdup_usage),
-    QMX_CLASS("dcb", CNA, E_ALL, qmx_dcb_desc, qmx_dcb_usage),
-    QMX_CLASS("debug", COMMON, E_ALL, qmx_debug_cmd_desc, qmx_debug_usage),
-    QMX_CLASS("diag", COMMON, E_ALL, qmx_diag_cmd_desc, qmx_diag_usage),
-    QMX_CLASS("ethboot", ETH, E_ALL, qmx_ethboot_cmd_desc, qmx_ethboot_usage),
-    QMX_CLASS("fabric", FC, E_ALL, qmx_vf_cmd_desc, qmx_vf_usage),
-    QMX_CLASS("fcoe", CNA, E_ALL, qmx_fcoe_cmd_desc, qmx_fcoe_usage),
-    QMX_CLASS("fcdiag", FC, E_ALL, qmx_fcdiag_cmd_desc, qmx_fcdiag_usage),
-    QMX_CLASS("fcpim", FC, E_ALL, qmx_fcpim_cmd_desc, qmx_fcpim_usage),
-    QMX_CLASS("flash", COMMON, E_WINDOWS | E_SOLARIS | E_LINUX | E_HIDDEN, qmx_flash_cmd_desc, qmx_flash_usage),
-    QMX_CLASS("fruvpd", COMMON, E_ALL | E_HIDDEN, qmx_fruvpd_cmd_desc, qmx_fruvpd_usage),
-    QMX_CLASS("ipfc", FC, E_SOLARIS | E_LINUX | E_HIDDEN, qmx_ipfc_cmd_desc, qmx_ipfc_usage),
-    QMX_CLASS("lport", FC, E_ALL, qmx_lport_desc, qmx_lport_usage),
-    QMX_CLASS("log", COMMON, E_ALL, qmx_log_cmd_desc, qmx_log_usage),
-    QMX_CLASS("mfg", COMMON, E_LINUX | E_HIDDEN, qmx_mfg_cmd_desc, qmx_mfg_usage),
-    QMX_CLASS("pcifn", COMMON, E_ALL, qmx_pcifn_cmd_desc, qmx_pcifn_usage),
-    QMX_CLASS("phy", CNA, E_ALL, qmx_phy_cmd_desc, qmx_phy_usage),
-    QMX_CLASS("port", COMMON, E_ALL, qmx_port_cmd_desc, qmx_port_usage),
-    QMX_CLASS("qos", FC, E_ALL, qmx_qos_cmd_desc, qmx_qos_usage),
-    QMX_CLASS("ratelim", FC, E_ALL, qmx_ratelim_desc, qmx_ratelim_usage),
-    QMX_CLASS("rport", FC, E_ALL, qmx_rport_cmd_desc, qmx_rport_usage),
-    QMX_CLASS("trunk", FC, E_ALL, qmx_trunk_cmd_desc, qmx_trunk_usage),
-    QMX_CLASS("vhba", FC, E_ALL, qmx_vhba_cmd_desc, qmx_vhba_usage),
-    QMX_CLASS("vnic", ETH, E_ALL, qmx_vnic_cmd_desc, qmx_vnic_usage),
-    QMX_CLASS("vport", FC, E_WINDOWS | E_VMWARE | E_LINUX, qmx_vport_cmd_desc, qmx_vport_usage),
+    QMX_CLASS("adapter", COMMON, E_ALL, qmx_adapter_cmd_desc, 9, qmx_adapter_usage),
+    QMX_CLASS("auth", COMMON, E_WINDOWS | E_VMWARE | E_LINUX, qmx_auth_cmd_desc, 7, qmx_auth_usage),
+    QMX_CLASS("bios", COMMON, E_ALL, qmx_bios_cmd_desc, 3, qmx_bios_usage),
+    QMX_CLASS("boot", COMMON, E_ALL, qmx_boot_cmd_desc, 2, qmx_boot_usage),
+    QMX_CLASS("bootdup", COMMON, E_ALL | E_HIDDEN, qmx_bootdup_cmd_desc, 4, qmx_bootdup_usage),
+    QMX_CLASS("dcb", CNA, E_ALL, qmx_dcb_desc, 3, qmx_dcb_usage),
+    QMX_CLASS("debug", COMMON, E_ALL, qmx_debug_cmd_desc, 19, qmx_debug_usage),
+    QMX_CLASS("diag", COMMON, E_ALL, qmx_diag_cmd_desc, 13, qmx_diag_usage),
+    QMX_CLASS("ethboot", ETH, E_ALL, qmx_ethboot_cmd_desc, 4, qmx_ethboot_usage),
+    QMX_CLASS("fabric", FC, E_ALL, qmx_vf_cmd_desc, 2, qmx_vf_usage),
+    QMX_CLASS("fcoe", CNA, E_ALL, qmx_fcoe_cmd_desc, 4, qmx_fcoe_usage),
+    QMX_CLASS("fcdiag", FC, E_ALL, qmx_fcdiag_cmd_desc, 5, qmx_fcdiag_usage),
+    QMX_CLASS("fcpim", FC, E_ALL, qmx_fcpim_cmd_desc, 25, qmx_fcpim_usage),
+    QMX_CLASS("flash", COMMON, E_WINDOWS | E_SOLARIS | E_LINUX | E_HIDDEN, qmx_flash_cmd_desc, 7, qmx_flash_usage),
+    QMX_CLASS("fruvpd", COMMON, E_ALL | E_HIDDEN, qmx_fruvpd_cmd_desc, 4, qmx_fruvpd_usage),
+    QMX_CLASS("ipfc", FC, E_SOLARIS | E_LINUX | E_HIDDEN, qmx_ipfc_cmd_desc, 5, qmx_ipfc_usage),
+    QMX_CLASS("lport", FC, E_ALL, qmx_lport_desc, 5, qmx_lport_usage),
+    QMX_CLASS("log", COMMON, E_ALL, qmx_log_cmd_desc, 1, qmx_log_usage),
+    QMX_CLASS("mfg", COMMON, E_LINUX | E_HIDDEN, qmx_mfg_cmd_desc, 1, qmx_mfg_usage),
+    QMX_CLASS("pcifn", COMMON, E_ALL, qmx_pcifn_cmd_desc, 1, qmx_pcifn_usage),
+    QMX_CLASS("phy", CNA, E_ALL, qmx_phy_cmd_desc, 4, qmx_phy_usage),
+    QMX_CLASS("port", COMMON, E_ALL, qmx_port_cmd_desc, 26, qmx_port_usage),
+    QMX_CLASS("qos", FC, E_ALL, qmx_qos_cmd_desc, 6, qmx_qos_usage),
+    QMX_CLASS("ratelim", FC, E_ALL, qmx_ratelim_desc, 4, qmx_ratelim_usage),
+    QMX_CLASS("rport", FC, E_ALL, qmx_rport_cmd_desc, 6, qmx_rport_usage),
+    QMX_CLASS("trunk", FC, E_ALL, qmx_trunk_cmd_desc, 3, qmx_trunk_usage),
+    QMX_CLASS("vhba", FC, E_ALL, qmx_vhba_cmd_desc, 9, qmx_vhba_usage),
+    QMX_CLASS("vnic", ETH, E_ALL, qmx_vnic_cmd_desc, 8, qmx_vnic_usage),
+    QMX_CLASS("vport", FC, E_WINDOWS | E_VMWARE | E_LINUX, qmx_vport_cmd_desc, 5, qmx_vport_usage),
     {"none", 0, TYPE_MAX, E_INVALID, nullptr, nullptr},
 };
+static_assert(std::size(qmx_class_desc) == 30, "29 classes and the closing entry");
+const int qmx_class_count = static_cast<int>(std::size(qmx_class_desc)) - 1;

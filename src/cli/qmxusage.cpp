@@ -1,4 +1,5 @@
-// The usage text of every command class, one block per command in table order:
+// The usage printer, and the usage texts of the classes that have no handler unit yet (a class
+// with handlers keeps its text beside them). One block per command in table order:
 // "\t--cmd <args>\n", its help lines "\t\t...\n" and a blank line. The extended text
 // (qmx <class> --ehelp) adds the hidden commands and options.
 #include <cstdio>
@@ -6,45 +7,18 @@
 
 #include "qmxhandlers.h"
 
-namespace {
-
-struct usage_entry {
-    const char* name;             // the command word, as in the command table
-    const char* args;             // what follows the command word; "" when nothing
-    const char* help;             // help lines; the printer closes the block with "\n"
-    bool hidden = false;          // listed by the extended text only
-    const char* ext_args = "";    // appended to the command line in the extended text
-    const char* ext_help = "";    // appended to the help lines in the extended text
-};
-
-void print_usage(const char* example, std::span<const usage_entry> entries, int extended) {
+void qmx_print_usage(const char* example, std::span<const qmx_usage_entry> entries, int extended) {
     printf("Example: qmx %s\n\n", example);
-    for (const usage_entry& e : entries) {
+    for (const qmx_usage_entry& e : entries) {
         if (e.hidden && !extended) continue;
         printf("\t%s%s%s%s\n", e.name, *e.args ? " " : "", e.args, extended ? e.ext_args : "");
         printf("%s%s\n", e.help, extended ? e.ext_help : "");
     }
 }
 
-const usage_entry adapter_usage[] = {
-    {"--autostart", "<ad_id> <on|off>",
-     "\t\tEnables or disables the auto start capability of the adapter\n"},
-    {"--count", "", "\t\tDisplays the number of adapters\n"},
-    {"--disable", "<ad_id>", "\t\tDisables the adapter\n"},
-    {"--enable", "<ad_id>", "\t\tEnables the adapter\n"},
-    {"--list", "", "\t\tLists all the adapters\n"},
-    {"--mode", "<ad_id> <HBA|CNA|NIC> [-f]",
-     "\t\tConfigures the personality of the adapter; -f also resets\n"
-     "\t\tall the settings configured on the adapter\n"},
-    {"--name", "<ad_id> [<adapter-name>]",
-     "\t\tDisplays or sets the name of the adapter (at most 15\n"
-     "\t\tcharacters: a letter, then letters, digits, '-' or '_')\n"},
-    {"--query", "<ad_id> [adapter|pci|port|flash]",
-     "\t\tDisplays the attributes of the adapter, or only the section named\n"},
-    {"--reload_fw", "<ad_id>", "\t\tReloads the firmware of the adapter\n"},
-};
+namespace {
 
-const usage_entry auth_usage[] = {
+const qmx_usage_entry auth_usage[] = {
     {"--algo", "<pcifn> <md5|sha1|ms|sm>",
      "\t\tSets the hash algorithm of the authentication\n"},
     {"--encrypt", "<pcifn> <on|off>", "\t\tEnables or disables encryption of the secret\n"},
@@ -55,7 +29,7 @@ const usage_entry auth_usage[] = {
     {"--statsclr", "<pcifn>", "\t\tClears authentication statistics\n"},
 };
 
-const usage_entry bios_usage[] = {
+const qmx_usage_entry bios_usage[] = {
     {"--disable", "<port_id>", "\t\tDisables the BIOS on the port\n"},
     {"--enable", "<port_id> [-o <auto|flash|firmware>] [-s <speed>] [-p <0..3> <pwwn> <LUN#>]",
      "\t\tEnables the BIOS on the port; -o selects where the boot LUNs\n"
@@ -64,7 +38,7 @@ const usage_entry bios_usage[] = {
     {"--query", "<port_id>", "\t\tDisplays the BIOS settings of the port\n"},
 };
 
-const usage_entry boot_usage[] = {
+const qmx_usage_entry boot_usage[] = {
     {"--blunZone", "-n <zone_name> -p <port_id> -r <rpwwn> -l <LUN#>",
      "\t\tConfigures a boot LUN zone on the fabric\n", true},
     {"--update", "<adapter_id> <image file> | <image file> -a",
@@ -74,7 +48,7 @@ const usage_entry boot_usage[] = {
      "\t\tdev_id should be 13 for dual port and 17 for single port card\n"},
 };
 
-const usage_entry bootdup_usage[] = {
+const qmx_usage_entry bootdup_usage[] = {
     {"--query", "<ad_id> [-t <part_type>] [-i <instance>]",
      "\t\tDisplays the flash partitions of the boot image\n"},
     {"--read", "<ad_id> <part_type> <file>", "\t\tSaves a boot image partition into <file>\n"},
@@ -84,13 +58,13 @@ const usage_entry bootdup_usage[] = {
      "\t\tWrites <file> into a boot image partition\n"},
 };
 
-const usage_entry dcb_usage[] = {
+const qmx_usage_entry dcb_usage[] = {
     {"--query", "<port_id>", "\t\tDisplays the DCB attributes of the port\n"},
     {"--stats", "<port_id>", "\t\tDisplays DCB statistics\n"},
     {"--statsclr", "<port_id>", "\t\tClears DCB statistics\n"},
 };
 
-const usage_entry debug_usage[] = {
+const qmx_usage_entry debug_usage[] = {
     {"--dsave", "<pcifn> <file>", "\t\tSaves the driver debug data into <file>\n"},
     {"--dstart", "<pcifn>", "\t\tStarts the driver trace\n"},
     {"--dstop", "<pcifn>", "\t\tStops the driver trace\n"},
@@ -114,7 +88,7 @@ const usage_entry debug_usage[] = {
      true},
 };
 
-const usage_entry diag_usage[] = {
+const qmx_usage_entry diag_usage[] = {
     {"--beacon", "<port_id> <on|off> [<duration>]",
      "\t\tStarts or stops beaconing on the port (duration in seconds)\n"},
     {"--dportdisable", "<port_id>", "\t\tDisables D-port mode on the port\n"},
@@ -136,26 +110,26 @@ const usage_entry diag_usage[] = {
     {"--tempshow", "<ad_id>", "\t\tDisplays the temperature of the adapter\n"},
 };
 
-const usage_entry ethboot_usage[] = {
+const qmx_usage_entry ethboot_usage[] = {
     {"--disable", "<port_id>", "\t\tDisables network boot on the port\n"},
     {"--enable", "<port_id>", "\t\tEnables network boot on the port\n"},
     {"--query", "<port_id>", "\t\tDisplays the network boot settings of the port\n"},
     {"--vlan", "<port_id> <vlan_id>", "\t\tSets the VLAN of network boot (0..4094)\n"},
 };
 
-const usage_entry vf_usage[] = {
+const qmx_usage_entry vf_usage[] = {
     {"--stats", "<port_id>", "\t\tDisplays fabric statistics\n"},
     {"--statsclr", "<port_id>", "\t\tClears fabric statistics\n"},
 };
 
-const usage_entry fcoe_usage[] = {
+const qmx_usage_entry fcoe_usage[] = {
     {"--disable", "<port_id>", "\t\tDisables FCoE on the port\n"},
     {"--enable", "<port_id>", "\t\tEnables FCoE on the port\n"},
     {"--stats", "<port_id>", "\t\tDisplays FCoE statistics\n"},
     {"--statsclr", "<port_id>", "\t\tClears FCoE statistics\n"},
 };
 
-const usage_entry fcdiag_usage[] = {
+const qmx_usage_entry fcdiag_usage[] = {
     {"--fcecho", "<pcifn> <rpwwn> [-l <lpwwn>]", "\t\tSends an FC echo to the remote port\n"},
     {"--fcping", "<pcifn> <rpwwn> [-l <lpwwn>]", "\t\tPings the remote port\n"},
     {"--fctraceroute", "<pcifn> <rpwwn> [-l <lpwwn>]",
@@ -165,7 +139,7 @@ const usage_entry fcdiag_usage[] = {
      "\t\tSends SCSI test commands to the LUNs of the remote port\n"},
 };
 
-const usage_entry fcpim_usage[] = {
+const qmx_usage_entry fcpim_usage[] = {
     {"--ioperf", "<pcifn> [-l [lpwwn]] [-r [rpwwn]] [-c count] [-i interval]",
      // The port range form shares the help text below.
      "\t--ioperf <port_range> [-l | -r] [-c count] [-i interval]\n"
@@ -222,7 +196,7 @@ const usage_entry fcpim_usage[] = {
     {"--trs_query", "<pcifn>", "\t\tQueries all target reset entries for the given port\n"},
 };
 
-const usage_entry flash_usage[] = {
+const qmx_usage_entry flash_usage[] = {
     {"--doptrom", "<ad_id>", "\t\tDisables the option ROM of the adapter\n"},
     {"--dumpasicblk", "<ad_id> <file>", "\t\tSaves the ASIC block into <file>\n"},
     {"--eoptrom", "<ad_id>", "\t\tEnables the option ROM of the adapter\n"},
@@ -235,7 +209,7 @@ const usage_entry flash_usage[] = {
      "\t\tWrites <file> into a flash partition\n"},
 };
 
-const usage_entry fruvpd_usage[] = {
+const qmx_usage_entry fruvpd_usage[] = {
     {"--dump", "<ad_id> <file>", "\t\tSaves the FRU VPD into <file>\n"},
     {"--read", "<ad_id> <offset> <length>", "\t\tDisplays FRU VPD bytes\n"},
     {"--update", "<ad_id> <file>", "\t\tWrites the FRU VPD from <file>\n"},
@@ -243,7 +217,7 @@ const usage_entry fruvpd_usage[] = {
      "\t\tWrites up to 63 FRU VPD bytes from <offset> on\n"},
 };
 
-const usage_entry ipfc_usage[] = {
+const qmx_usage_entry ipfc_usage[] = {
     {"--disable", "<pcifn>", "\t\tDisables IP over FC\n"},
     {"--enable", "<pcifn>", "\t\tEnables IP over FC\n"},
     {"--query", "<pcifn>", "\t\tDisplays the IP over FC attributes\n"},
@@ -251,7 +225,7 @@ const usage_entry ipfc_usage[] = {
     {"--statsclr", "<pcifn>", "\t\tClears IP over FC statistics\n"},
 };
 
-const usage_entry lport_usage[] = {
+const qmx_usage_entry lport_usage[] = {
     {"--bfs_list", "<pcifn> [-v]", "\t\tLists the boot over SAN logical ports\n"},
     {"--list", "<pcifn>", "\t\tLists the logical ports of the function\n"},
     {"--query", "<pcifn> [-l <lpwwn>]", "\t\tDisplays the attributes of the logical port\n"},
@@ -259,30 +233,30 @@ const usage_entry lport_usage[] = {
     {"--statsclr", "<pcifn> [-l <lpwwn>]", "\t\tClears logical port statistics\n"},
 };
 
-const usage_entry log_usage[] = {
+const qmx_usage_entry log_usage[] = {
     {"--level", "<pcifn> [<Critical|Error|Warning|Info>] [-m <module>]",
      "\t\tDisplays or sets the log level\n"},
 };
 
-const usage_entry mfg_usage[] = {
+const qmx_usage_entry mfg_usage[] = {
     {"--update",
      "<ad_id> -m <card_model> -n <nports> -s <serial_num> [-c <capability>] "
      "[-w <base_wwn>] [-f]",
      "\t\tRewrites the manufacturing block of the adapter\n"},
 };
 
-const usage_entry pcifn_usage[] = {
+const qmx_usage_entry pcifn_usage[] = {
     {"--list", "<ad_id>", "\t\tLists the PCI functions of the adapter\n"},
 };
 
-const usage_entry phy_usage[] = {
+const qmx_usage_entry phy_usage[] = {
     {"--query", "<port_id>", "\t\tDisplays the PHY attributes of the port\n"},
     {"--read", "<port_id> <file>", "\t\tSaves the PHY firmware into <file>\n"},
     {"--stats", "<port_id>", "\t\tDisplays PHY statistics\n"},
     {"--update", "<port_id> <file>", "\t\tWrites the PHY firmware from <file>\n"},
 };
 
-const usage_entry port_usage[] = {
+const qmx_usage_entry port_usage[] = {
     {"--alpaclr", "<port_id>", "\t\tClears the hard ALPA of the port\n"},
     {"--alpaset", "<port_id> [<alpa>]", "\t\tSets the hard ALPA of the port\n"},
     {"--bfs_list", "<ad_id>", "\t\tLists the boot over SAN ports of the adapter\n"},
@@ -314,7 +288,7 @@ const usage_entry port_usage[] = {
     {"--fec_query", "<port_id>", "\t\tDisplays the forward error correction state\n"},
 };
 
-const usage_entry qos_usage[] = {
+const qmx_usage_entry qos_usage[] = {
     {"--disable", "<port_id>", "\t\tDisables QoS on the port\n"},
     {"--enable", "<port_id>", "\t\tEnables QoS on the port\n"},
     {"--query", "<port_id> [-v]", "\t\tDisplays the QoS settings of the port\n"},
@@ -324,7 +298,7 @@ const usage_entry qos_usage[] = {
     {"--statsclr", "<port_id>", "\t\tClears QoS statistics\n"},
 };
 
-const usage_entry ratelim_usage[] = {
+const qmx_usage_entry ratelim_usage[] = {
     {"--defspeed", "<port_id> [<1|2|4|8>]",
      "\t\tDisplays or sets the default speed of rate limiting\n"},
     {"--disable", "<port_id>", "\t\tDisables target rate limiting\n"},
@@ -332,7 +306,7 @@ const usage_entry ratelim_usage[] = {
     {"--query", "<port_id>", "\t\tDisplays the rate limiting settings\n"},
 };
 
-const usage_entry rport_usage[] = {
+const qmx_usage_entry rport_usage[] = {
     {"--bfs_list", "<pcifn> [-v]", "\t\tLists the boot over SAN remote ports\n"},
     {"--list", "<pcifn> [-l <lpwwn>]", "\t\tLists the remote ports of the logical port\n"},
     {"--query", "<pcifn> <rpwwn> [-l <lpwwn>]",
@@ -343,13 +317,13 @@ const usage_entry rport_usage[] = {
     {"--statsclr", "<pcifn> <rpwwn> [-l <lpwwn>]", "\t\tClears remote port statistics\n"},
 };
 
-const usage_entry trunk_usage[] = {
+const qmx_usage_entry trunk_usage[] = {
     {"--disable", "<ad_id>", "\t\tDisables trunking on the adapter\n"},
     {"--enable", "<ad_id>", "\t\tEnables trunking on the adapter\n"},
     {"--query", "<ad_id>", "\t\tDisplays the trunk attributes\n"},
 };
 
-const usage_entry vhba_usage[] = {
+const qmx_usage_entry vhba_usage[] = {
     {"--bw", "<pcifn> <min_bw>", "\t\tSets the minimum bandwidth of the virtual HBA\n"},
     {"--create", "<port_id> [-b <min_bw>]", "\t\tCreates a virtual HBA on the port\n"},
     {"--delete", "<pcifn>", "\t\tDeletes the virtual HBA\n"},
@@ -362,7 +336,7 @@ const usage_entry vhba_usage[] = {
     {"--statsclr", "<pcifn>", "\t\tClears virtual HBA statistics\n"},
 };
 
-const usage_entry vnic_usage[] = {
+const qmx_usage_entry vnic_usage[] = {
     {"--bw", "<pcifn> -m <min_bw> [-x <max_bw>]", "\t\tSets the bandwidth of the vNIC\n"},
     {"--create", "<port_id> [-b <min_bw>] [-x <max_bw>]", "\t\tCreates a vNIC on the port\n"},
     {"--delete", "<pcifn>", "\t\tDeletes the vNIC\n"},
@@ -373,7 +347,7 @@ const usage_entry vnic_usage[] = {
     {"--statsclr", "<pcifn>", "\t\tClears vNIC statistics\n"},
 };
 
-const usage_entry vport_usage[] = {
+const qmx_usage_entry vport_usage[] = {
     {"--create", "<pcifn> <vpwwn> [-n <vnwwn>] [-s <name>]",
      "\t\tCreates an NPIV virtual port\n"},
     {"--delete", "<pcifn> <vpwwn>", "\t\tDeletes the virtual port\n"},
@@ -384,50 +358,49 @@ const usage_entry vport_usage[] = {
 
 }  // namespace
 
-void qmx_adapter_usage(int extended) { print_usage("adapter --list", adapter_usage, extended); }
-void qmx_auth_usage(int extended) { print_usage("auth --show 1/0", auth_usage, extended); }
-void qmx_bios_usage(int extended) { print_usage("bios --query 1/0", bios_usage, extended); }
+void qmx_auth_usage(int extended) { qmx_print_usage("auth --show 1/0", auth_usage, extended); }
+void qmx_bios_usage(int extended) { qmx_print_usage("bios --query 1/0", bios_usage, extended); }
 void qmx_boot_usage(int extended) {
-    print_usage("boot --update 1 <image file>", boot_usage, extended);
+    qmx_print_usage("boot --update 1 <image file>", boot_usage, extended);
 }
 void qmx_bootdup_usage(int extended) {
-    print_usage("bootdup --query 1", bootdup_usage, extended);
+    qmx_print_usage("bootdup --query 1", bootdup_usage, extended);
 }
-void qmx_dcb_usage(int extended) { print_usage("dcb --query 1/0", dcb_usage, extended); }
-void qmx_debug_usage(int extended) { print_usage("debug --dump 1/0", debug_usage, extended); }
-void qmx_diag_usage(int extended) { print_usage("diag --sfpshow 1/0", diag_usage, extended); }
+void qmx_dcb_usage(int extended) { qmx_print_usage("dcb --query 1/0", dcb_usage, extended); }
+void qmx_debug_usage(int extended) { qmx_print_usage("debug --dump 1/0", debug_usage, extended); }
+void qmx_diag_usage(int extended) { qmx_print_usage("diag --sfpshow 1/0", diag_usage, extended); }
 void qmx_ethboot_usage(int extended) {
-    print_usage("ethboot --query 1/0", ethboot_usage, extended);
+    qmx_print_usage("ethboot --query 1/0", ethboot_usage, extended);
 }
-void qmx_vf_usage(int extended) { print_usage("fabric --stats 1/0", vf_usage, extended); }
-void qmx_fcoe_usage(int extended) { print_usage("fcoe --stats 1/0", fcoe_usage, extended); }
+void qmx_vf_usage(int extended) { qmx_print_usage("fabric --stats 1/0", vf_usage, extended); }
+void qmx_fcoe_usage(int extended) { qmx_print_usage("fcoe --stats 1/0", fcoe_usage, extended); }
 void qmx_fcdiag_usage(int extended) {
-    print_usage("fcdiag --fcping 1/0 <rpwwn>", fcdiag_usage, extended);
+    qmx_print_usage("fcdiag --fcping 1/0 <rpwwn>", fcdiag_usage, extended);
 }
 void qmx_fcpim_usage(int extended) {
-    print_usage("fcpim --query <pcifn> <rpwwn> [-l <lpwwn>]", fcpim_usage, extended);
+    qmx_print_usage("fcpim --query <pcifn> <rpwwn> [-l <lpwwn>]", fcpim_usage, extended);
 }
-void qmx_flash_usage(int extended) { print_usage("flash --query 1", flash_usage, extended); }
+void qmx_flash_usage(int extended) { qmx_print_usage("flash --query 1", flash_usage, extended); }
 void qmx_fruvpd_usage(int extended) {
-    print_usage("fruvpd --read 1 0 16", fruvpd_usage, extended);
+    qmx_print_usage("fruvpd --read 1 0 16", fruvpd_usage, extended);
 }
-void qmx_ipfc_usage(int extended) { print_usage("ipfc --query 1/0", ipfc_usage, extended); }
-void qmx_lport_usage(int extended) { print_usage("lport --list 1/0", lport_usage, extended); }
-void qmx_log_usage(int extended) { print_usage("log --level 1/0", log_usage, extended); }
+void qmx_ipfc_usage(int extended) { qmx_print_usage("ipfc --query 1/0", ipfc_usage, extended); }
+void qmx_lport_usage(int extended) { qmx_print_usage("lport --list 1/0", lport_usage, extended); }
+void qmx_log_usage(int extended) { qmx_print_usage("log --level 1/0", log_usage, extended); }
 void qmx_mfg_usage(int extended) {
-    print_usage("mfg --update 1 -m <card_model> -n 2 -s <serial_num>", mfg_usage, extended);
+    qmx_print_usage("mfg --update 1 -m <card_model> -n 2 -s <serial_num>", mfg_usage, extended);
 }
-void qmx_pcifn_usage(int extended) { print_usage("pcifn --list 1", pcifn_usage, extended); }
-void qmx_phy_usage(int extended) { print_usage("phy --query 1/0", phy_usage, extended); }
-void qmx_port_usage(int extended) { print_usage("port --query 1/0", port_usage, extended); }
-void qmx_qos_usage(int extended) { print_usage("qos --query 1/0", qos_usage, extended); }
+void qmx_pcifn_usage(int extended) { qmx_print_usage("pcifn --list 1", pcifn_usage, extended); }
+void qmx_phy_usage(int extended) { qmx_print_usage("phy --query 1/0", phy_usage, extended); }
+void qmx_port_usage(int extended) { qmx_print_usage("port --query 1/0", port_usage, extended); }
+void qmx_qos_usage(int extended) { qmx_print_usage("qos --query 1/0", qos_usage, extended); }
 void qmx_ratelim_usage(int extended) {
-    print_usage("ratelim --query 1/0", ratelim_usage, extended);
+    qmx_print_usage("ratelim --query 1/0", ratelim_usage, extended);
 }
-void qmx_rport_usage(int extended) { print_usage("rport --list 1/0", rport_usage, extended); }
-void qmx_trunk_usage(int extended) { print_usage("trunk --query 1", trunk_usage, extended); }
-void qmx_vhba_usage(int extended) { print_usage("vhba --query 1/0/0", vhba_usage, extended); }
-void qmx_vnic_usage(int extended) { print_usage("vnic --query 1/0/1", vnic_usage, extended); }
+void qmx_rport_usage(int extended) { qmx_print_usage("rport --list 1/0", rport_usage, extended); }
+void qmx_trunk_usage(int extended) { qmx_print_usage("trunk --query 1", trunk_usage, extended); }
+void qmx_vhba_usage(int extended) { qmx_print_usage("vhba --query 1/0/0", vhba_usage, extended); }
+void qmx_vnic_usage(int extended) { qmx_print_usage("vnic --query 1/0/1", vnic_usage, extended); }
 void qmx_vport_usage(int extended) {
-    print_usage("vport --query 1/0 <vpwwn>", vport_usage, extended);
+    qmx_print_usage("vport --query 1/0 <vpwwn>", vport_usage, extended);
 }

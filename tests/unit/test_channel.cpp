@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "kvol.h"
-#include "kvol_ioc_priv.h"
+#include "kvol_linux.h"
 
 namespace {
 

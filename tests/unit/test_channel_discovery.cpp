@@ -7,7 +7,7 @@
 #include <string>
 
 #include "kvol.h"
-#include "kvol_ioc_priv.h"
+#include "kvol_linux.h"
 
 namespace {
 

@@ -317,12 +317,10 @@ kvo_status_t kvol_ioc_get_operational_pf(kvol_t** h) {
     if (attr.state == KVO_IOC_OPERATIONAL) return KVO_STATUS_OK;
     kvol_port_t* port = kvol_adapter_get_port(kvol_adapter_get_by_idx((*h)->ad_id), (*h)->port_num);
     if (port == nullptr) return KVO_STATUS_OK;
-    for (kvol_t* list : {port->fcioc_list, port->ethioc_list}) {
-        for (kvol_t* p = list; p != nullptr; p = p->next) {
-            if (is_operational(p)) {
-                *h = p;
-                return KVO_STATUS_OK;
-            }
+    for (kvol_t* p = kvol_port_next_ioc(port, nullptr); p != nullptr; p = kvol_port_next_ioc(port, p)) {
+        if (is_operational(p)) {
+            *h = p;
+            return KVO_STATUS_OK;
         }
     }
     return KVO_STATUS_OK;
@@ -406,10 +404,8 @@ kvol_t* kvol_adapter_get_ioc_by_str(const char* word) {
 }
 
 kvol_t* kvol_port_get_ioc_by_pcifn(kvol_port_t* port, int pcifn) {
-    if (port == nullptr) return nullptr;
-    for (kvol_t* list : {port->fcioc_list, port->ethioc_list})
-        for (kvol_t* p = list; p != nullptr; p = p->next)
-            if (p->pcifn_id == pcifn) return p;
+    for (kvol_t* p = kvol_port_next_ioc(port, nullptr); p != nullptr; p = kvol_port_next_ioc(port, p))
+        if (p->pcifn_id == pcifn) return p;
     return nullptr;
 }
 
@@ -426,6 +422,14 @@ kvol_t* kvol_port_get_first_ioc(kvol_port_t* port) {
     return port->fcioc_list != nullptr ? port->fcioc_list : port->ethioc_list;
 }
 
+kvol_t* kvol_port_next_ioc(kvol_port_t* port, const kvol_t* h) {
+    if (port == nullptr) return nullptr;
+    if (h == nullptr) return kvol_port_get_first_ioc(port);
+    if (h->next != nullptr) return h->next;
+    return kvol_is_storage_ioc(h) ? port->ethioc_list : nullptr;
+}
+
+int kvol_adapter_get_id(const kvol_adapter_t* ad) { return ad->id; }
 const char* kvol_adapter_get_serial_num(const kvol_adapter_t* ad) { return ad->serial_num; }
 const char* kvol_adapter_get_model(const kvol_adapter_t* ad) { return ad->model_descr; }
 const char* kvol_adapter_get_hw_path(const kvol_adapter_t* ad) { return ad->adapter_hwpath; }

@@ -6,29 +6,9 @@
 
 #include "kvol.h"
 #include "kvol_config.h"
+#include "kvol_ioc_priv.h"
 
 namespace {
-
-kvo_status_t verdict(kvo_status_t rc, uint32_t rec_status) {
-    if (rc != KVO_STATUS_OK) return rc;
-    return static_cast<kvo_status_t>(rec_status);
-}
-
-// Copies a possibly unterminated source field into a fixed field, always terminated.
-template <size_t N>
-void copy_field(char (&dst)[N], const char* src, size_t src_size) {
-    size_t len = strnlen(src, src_size);
-    if (len > N - 1) len = N - 1;
-    memcpy(dst, src, len);
-    dst[len] = '\0';
-}
-
-kvo_status_t gen_request(kvol_t* h, uint32_t cmd) {
-    kvo_gen_t req{};
-    req.kvod_num = static_cast<uint16_t>(h->instance);
-    kvo_status_t rc = kvol_ioctl(h, cmd, &req, sizeof(req), sizeof(req), sizeof(req));
-    return verdict(rc, req.status);
-}
 
 // The adapter's IOCs by port number, storage functions before Ethernet ones within a port;
 // the first is the control function.
@@ -36,9 +16,9 @@ std::vector<kvol_t*> adapter_iocs(kvol_adapter_t* ad) {
     std::vector<kvol_t*> out;
     for (int p = 0; p < ad->port_count; p++) {
         kvol_port_t* port = kvol_adapter_get_port(ad, p);
-        if (port == nullptr) continue;
-        for (kvol_t* list : {port->fcioc_list, port->ethioc_list})
-            for (kvol_t* h = list; h != nullptr; h = h->next) out.push_back(h);
+        for (kvol_t* h = kvol_port_next_ioc(port, nullptr); h != nullptr;
+             h = kvol_port_next_ioc(port, h))
+            out.push_back(h);
     }
     return out;
 }
@@ -51,48 +31,44 @@ kvo_status_t kvol_adapter_update_ioc(kvol_adapter_t* ad, kvol_t* h) {
     kvo_ioc_info_t info{};
     kvo_status_t rc = kvol_ioc_get_info(h, &info);
     if (rc != KVO_STATUS_OK) return rc;
-    copy_field(ad->serial_num, info.serialnum, sizeof(info.serialnum));
-    copy_field(ad->name, info.name, sizeof(info.name));
-    copy_field(h->serialnum, info.serialnum, sizeof(info.serialnum));
-    copy_field(h->name, info.name, sizeof(info.name));
+    kvol_copy_str(ad->serial_num, info.serialnum, sizeof(info.serialnum));
+    kvol_copy_str(ad->name, info.name, sizeof(info.name));
+    kvol_copy_str(h->serialnum, info.serialnum, sizeof(info.serialnum));
+    kvol_copy_str(h->name, info.name, sizeof(info.name));
     return KVO_STATUS_OK;
 }
 
-// Names the adapter in the driver, then persists the name ("" clears it). The outcome is also
-// left in the last-status cell. A driver refusal changes nothing; when the configuration file
-// cannot be locked the driver keeps the new name and the lock's status is returned.
+// True when another adapter of the scan carries this name in the configuration file (under a
+// serial number other than this adapter's).
+bool kvol_adapter_name_in_use(const kvol_adapter_t* ad, const char* name) {
+    if (ad == nullptr || name == nullptr) return false;
+    char serial[sizeof(ad->serial_num)];
+    kvol_copy_str(serial, ad->serial_num, sizeof(ad->serial_num));
+    const int n = kvol_adapter_get_count();
+    for (int i = 1; i <= n; i++)
+        if (kvol_config_get_ad_name_exists(i, name, serial)) return true;
+    return false;
+}
+
+// Names the adapter in the driver, then persists the name ("" clears it). A driver refusal
+// changes nothing; when the configuration file cannot be loaded the driver keeps the new name
+// and the load's status is returned.
 kvo_status_t kvol_adapter_set_name(kvol_adapter_t* ad, const char* name) {
-    kvol_set_last_error(KVO_STATUS_OK);
-    if (ad == nullptr) {
-        kvol_set_last_error(KVO_STATUS_NO_ADAPTER);
-        return KVO_STATUS_NO_ADAPTER;
-    }
+    if (ad == nullptr) return KVO_STATUS_NO_ADAPTER;
     if (name == nullptr) name = "";
     kvol_t* h = kvol_adapter_get_first_ioc(ad);
-    if (h == nullptr) {
-        kvol_set_last_error(KVO_STATUS_FAILED);
-        return KVO_STATUS_FAILED;
-    }
+    if (h == nullptr) return KVO_STATUS_FAILED;
 
     kvo_name_req_t req{};
-    req.kvod_num = static_cast<uint16_t>(h->instance);
-    copy_field(req.name, name, strlen(name));
-    kvo_status_t rc = kvol_ioctl(h, KVO_IOCMD_ADAPTER_SET_NAME, &req, sizeof(req), sizeof(req),
-                                 sizeof(req));
-    rc = verdict(rc, req.status);
-    if (rc != KVO_STATUS_OK) {
-        kvol_set_last_error(rc);
-        return rc;
-    }
-    copy_field(ad->name, req.name, sizeof(req.name));
-    for (kvol_t* ioc : adapter_iocs(ad)) copy_field(ioc->name, req.name, sizeof(req.name));
+    kvol_copy_str(req.name, name, strlen(name));
+    kvo_status_t rc = kvol_request<KVO_IOCMD_ADAPTER_SET_NAME>(h, req);
+    if (rc != KVO_STATUS_OK) return rc;
+    kvol_copy_str(ad->name, req.name, sizeof(req.name));
+    for (kvol_t* ioc : adapter_iocs(ad)) kvol_copy_str(ioc->name, req.name, sizeof(req.name));
 
     const char* path = kvol_get_cfg_path();
     rc = kvol_config_load(path);
-    if (rc != KVO_STATUS_OK) {
-        kvol_set_last_error(rc);
-        return rc;
-    }
+    if (rc != KVO_STATUS_OK) return rc;
     kvol_config_ad_name(ad->id, req.name);  // adds the adapter's record when it is missing
     kvol_config_sync(path);
     return KVO_STATUS_OK;
@@ -159,12 +135,9 @@ kvo_status_t kvol_adapter_cfg_mode(kvol_adapter_t* ad, const kvo_adapter_cfg_mod
     if (h == nullptr) return KVO_STATUS_FAILED;
 
     kvo_adapter_cfg_mode_req_t req{};
-    req.kvod_num = static_cast<uint16_t>(h->instance);
     req.force = force ? 1 : 0;
     req.cfg = *cfg;
-    kvo_status_t rc = kvol_ioctl(h, KVO_IOCMD_ADAPTER_CFG_MODE, &req, sizeof(req), sizeof(req),
-                                 sizeof(req));
-    rc = verdict(rc, req.status);
+    kvo_status_t rc = kvol_request<KVO_IOCMD_ADAPTER_CFG_MODE>(h, req);
     if (rc != KVO_STATUS_OK) return rc;
 
     const char* path = kvol_get_cfg_path();
@@ -187,5 +160,5 @@ kvo_status_t kvol_adapter_reload_fw(kvol_adapter_t* ad) {
     if (ad == nullptr) return KVO_STATUS_EINVAL;
     kvol_t* h = kvol_adapter_get_first_ioc(ad);
     if (h == nullptr) return KVO_STATUS_FAILED;
-    return gen_request(h, KVO_IOCMD_ADAPTER_RELOAD_FW);
+    return kvol_request_gen<KVO_IOCMD_ADAPTER_RELOAD_FW>(h);
 }

@@ -313,8 +313,9 @@ const char* kvol_status_to_string(int status) {
 }
 
 // Set where a count- or handle-returning function fails deep inside; read by the front end
-// after the adapter scan. One command thread uses it, so it carries no lock.
-static kvo_status_t last_status = KVO_STATUS_OK;
+// after the adapter scan. Like errno it is per thread: a worker's failure never lands in the
+// command thread's cell, and no two threads touch the same cell.
+static thread_local kvo_status_t last_status = KVO_STATUS_OK;
 
 void kvol_set_last_error(kvo_status_t status) { last_status = status; }
 

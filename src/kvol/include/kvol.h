@@ -1,6 +1,11 @@
 #pragma once
 // The adapter access library: discovery, handles, the driver channel, status codes and names,
 // and the operations on adapters and IOCs. Nothing here prints except where stated.
+//
+// Return conventions: an operation returns its kvo_status_t (KVO_STATUS_OK on success); a
+// call that returns a count or a handle reports why it failed through the per-thread
+// last-status cell (kvol_get_last_error). The records below are the library's: callers read
+// them through the getters and never touch a handle's descriptors.
 #include <pthread.h>
 
 #include <cstddef>
@@ -14,10 +19,10 @@
 
 // One IOC (PCI function of either driver). The record is the handle every operation takes.
 struct kvol_s {
-    int fd;       // FC: opened per request; Ethernet: the shared /dev/tqe descriptor
+    int fd;       // FC: opened per request; Ethernet: the shared Ethernet node descriptor
     int sg_fd;    // SCSI generic / FC pass-through descriptor
     uint32_t host;  // SCSI host number (FC)
-    int ipfc_fd;  // /dev/kvoipfc, -1 when absent
+    int ipfc_fd;  // IP over FC node, -1 when absent
     int instance; // driver instance (kvod_num)
     int port_num; // physical port of the adapter
     char devpath[256];
@@ -69,8 +74,11 @@ typedef kvol_adapter_s kvol_adapter_t;
 
 // ---- Status codes and names --------------------------------------------------------------------
 
+// The message of a status (every message ends in one blank); "Unknown Failure" out of range.
 const char* kvol_status_to_string(int status);
+// Sets the calling thread's last-status cell.
 void kvol_set_last_error(kvo_status_t status);
+// The calling thread's last status: why the last count- or handle-returning call failed.
 kvo_status_t kvol_get_last_error();
 
 struct kvo_state_t {
@@ -79,6 +87,7 @@ struct kvo_state_t {
 };
 constexpr uint32_t KVO_STATE_END = 0xFFFFFFFF;
 
+// Each returns the name of a code in its table, or the table's text for an unknown code.
 const char* kvol_flash_status_to_string(uint32_t code);
 const char* kvol_flash_part_type_to_string(uint32_t code);
 const char* kvol_ioc_state_to_string(uint32_t code);
@@ -113,27 +122,43 @@ const char* kvol_fec_state_to_string(uint32_t code);
 const char* kvol_diag_dport_test_status_to_string(uint32_t code);
 const char* kvol_diag_dport_test_opmode_to_string(uint32_t code);
 const char* kvol_port_linkstate_rsn_to_string(uint32_t code);
-const char* kvo_plog_mid_strings(uint32_t mid);  // caller guarantees mid < 9
-const char* kvo_plog_eid_strings(uint32_t eid);  // caller guarantees eid < 26
-const char* kvol_get_sfp_media(uint32_t media);  // caller guarantees media < 6
+// The names of the port log's module and event ids and of the SFP media; the caller
+// guarantees the index is in range (mid < 9, eid < 26, media < 6).
+const char* kvo_plog_mid_strings(uint32_t mid);
+const char* kvo_plog_eid_strings(uint32_t eid);
+const char* kvol_get_sfp_media(uint32_t media);
+// The byte that makes the sum of the first len bytes of buf zero (mod 256).
 uint8_t kvol_checksum_u8(const uint8_t* buf, uint32_t len);
 
 // ---- Library life cycle and discovery -------------------------------------------------------
 
+// Records the caller's application id; returns KVO_STATUS_OK.
 kvo_status_t kvol_libinit(int application_id);
+// Releases whatever scan is still held.
 void kvol_libexit();
 
+// Rebuilds the IOC list; returns the number of IOCs counted (a failed driver scan leaves its
+// reason in the last-status cell and adds nothing to the count).
 int kvol_ioc_scan();
+// Frees the IOC list and sets the count to 0.
 void kvol_ioc_free();
+// The IOC count of the last scan, and the head of its list (null when empty).
 int kvol_ioc_get_num();
 kvol_t* kvol_ioc_get_list();
+// Rescans and rebuilds the adapter tree; returns the adapter count, or -1 when a query failed
+// (its status in the last-status cell).
 int kvol_adapter_scan();
+// Frees the adapter tree and the IOC list behind it.
 void kvol_adapter_free();
 
+// The IOC whose global index is index, or null when out of range. Opens nothing.
 kvol_t* kvol_adapter_open_ioc(int index);
+// Does nothing: the scan owns the records and their descriptors.
 void kvol_ioc_close(kvol_t* handle);
+// Closes every descriptor the IOC records hold (the shared Ethernet one once).
 void kvol_ioc_handles_close();
 
+// Getters on a handle; each returns its field.
 int kvol_ioc_get_instance(const kvol_t* h);
 int kvol_ioc_get_pcifn(const kvol_t* h);
 int kvol_ioc_get_adapter_id(const kvol_t* h);
@@ -149,40 +174,72 @@ mac_t kvol_ioc_get_factory_mac(const kvol_t* h);
 mac_t kvol_ioc_get_current_mac(const kvol_t* h);
 const char* kvol_ioc_get_eth_name(const kvol_t* h);
 int kvol_get_unix_fd(const kvol_t* h);
+// Copies fd from one record to another.
 void kvol_update_file_handle(kvol_t* dst, const kvol_t* src);
 // Copies the three paths; each output buffer must hold its field (256, 32, 32 bytes).
 void kvol_ioc_get_path(const kvol_t* h, char* devpath, char* ioc_hwpath, char* adapter_hwpath);
+// The global index of the IOC with the handle's PCI address; -1 when the list has none.
 int kvol_ioc_get_global_index(const kvol_t* h);
+// The first IOC whose interface name is name, or null.
 kvol_t* kvol_ioc_get_by_eth_name(const char* name);
+// The driver instance of the first storage IOC with that port WWN; -1 when none.
 int kvol_ioc_get_inst_num_by_pwwn(wwn_t wwn);
+// Formats seconds as local "%x %X" into buf (at most size - 1 bytes); 0, or 1 when nothing
+// could be formatted.
 int kvol_get_time_string(long seconds, char* buf, size_t size);
+// *flag = 1 when the IOC is operational, else 0; the attribute query's status, or
+// KVO_STATUS_FAILED for a null handle.
 kvo_status_t kvol_ioc_is_operational(kvol_t* h, int* flag);
+// Replaces a non-operational IOC by the first operational IOC of its port; always
+// KVO_STATUS_OK (the handle is left alone when nothing better is found).
 kvo_status_t kvol_ioc_get_operational_pf(kvol_t** h);
+// "/etc/kvo.conf", the persistent configuration file.
 const char* kvol_get_cfg_path();
+// Lock and unlock a process mutex (null is ignored).
 void kvol_get_mutex_lock(pthread_mutex_t* m);
 void kvol_release_mutex_lock(pthread_mutex_t* m);
 
 // List items come from calloc/malloc: kvol_list_free releases them with free(). Freeing an
 // adapter list also frees its ports, and a port list the IOC records held by its ports.
 enum kvol_list_kind { KVOL_LIST_IOC = 0, KVOL_LIST_ADAPTER = 1, KVOL_LIST_PORT = 2 };
+// Appends item at the tail of the list of that kind.
 void kvol_list_append(void** head, void* item, int kind);
+// The first item whose id is id, or null.
 void* kvol_list_find(void* head, int id, int kind);
+// Frees every item and empties the list.
 void kvol_list_free(void** head, int kind);
 
-// Adapter tree lookups.
+// ---- Adapter tree lookups -------------------------------------------------------------------
+
+// The number of adapters of the last scan.
 int kvol_adapter_get_count();
-kvol_adapter_t* kvol_adapter_get_by_idx(int idx);  // 1-based; null when out of range
+// The adapter with that 1-based index; null when out of range.
+kvol_adapter_t* kvol_adapter_get_by_idx(int idx);
+// The first adapter whose serial number, name or hardware path is word; null when none.
 kvol_adapter_t* kvol_adapter_get_by_str(const char* word);
+// The adapter's port with that number; null when it has none.
 kvol_port_t* kvol_adapter_get_port(kvol_adapter_t* ad, int port);
+// One more than the highest port number seen; -1 for a null adapter.
 int kvol_adapter_get_port_count(const kvol_adapter_t* ad);
-int kvol_adapter_get_hw_port_count(kvol_adapter_t* ad);  // from the IOC attributes; -1 on failure
-kvol_t* kvol_adapter_get_first_ioc(kvol_adapter_t* ad);  // first IOC of port 0, null if none
+// The card's physical port count as the firmware reports it; -1 when it cannot be read.
+int kvol_adapter_get_hw_port_count(kvol_adapter_t* ad);
+// The adapter's control function, the first IOC of port 0; null when there is none.
+kvol_t* kvol_adapter_get_first_ioc(kvol_adapter_t* ad);
+// The storage IOC whose port or node WWN is wwn; null when none.
 kvol_t* kvol_adapter_get_ioc_by_wwn(wwn_t wwn);
+// The IOC whose hardware path, name or serial number is word; null when none.
 kvol_t* kvol_adapter_get_ioc_by_str(const char* word);
+// The port's IOC with that PCI function number; null when none.
 kvol_t* kvol_port_get_ioc_by_pcifn(kvol_port_t* port, int pcifn);
+// The port's first storage IOC, first Ethernet IOC, or first IOC of either; null when none.
 kvol_t* kvol_port_get_first_fcioc(kvol_port_t* port);
 kvol_t* kvol_port_get_first_ethioc(kvol_port_t* port);
 kvol_t* kvol_port_get_first_ioc(kvol_port_t* port);
+// The port's IOC after h (storage IOCs, then Ethernet ones); the first when h is null, null
+// after the last.
+kvol_t* kvol_port_next_ioc(kvol_port_t* port, const kvol_t* h);
+// Getters on an adapter; each returns its field (text fields may fill their whole size).
+int kvol_adapter_get_id(const kvol_adapter_t* ad);
 const char* kvol_adapter_get_serial_num(const kvol_adapter_t* ad);
 const char* kvol_adapter_get_model(const kvol_adapter_t* ad);
 const char* kvol_adapter_get_hw_path(const kvol_adapter_t* ad);
@@ -191,34 +248,58 @@ const char* kvol_adapter_get_name(const kvol_adapter_t* ad);
 
 // ---- Driver command channel -----------------------------------------------------------------
 
-// Sends one request. 0 means the system call succeeded; the caller then reads record->status.
+// Sends one request record. KVO_STATUS_OK means the request reached the driver, whose verdict
+// is then in the record's status; otherwise the channel's failure. in_len and out_len are not
+// used on this platform (the record travels whole, buf_len bytes; 0 means the largest record).
 kvo_status_t kvol_ioctl(kvol_t* h, uint32_t cmd, void* rec, size_t in_len, size_t out_len,
                         size_t buf_len);
+// kvol_ioctl from a private copy of len bytes, copied back whatever the outcome; its result.
 kvo_status_t kvol_ioctl_nomask(kvol_t* h, uint32_t cmd, void* rec, size_t len);
+// A plain request on the IP-over-FC node; KVO_STATUS_OK or the mapped errno.
 kvo_status_t kvol_ioctl_ipfc(kvol_t* h, uint32_t cmd, void* rec);
+// Replaces a code by the driver's bsg vendor command number; 0 when mapped or passed
+// unchanged, 1 when the bsg interface does not know it.
 int kvol_map_opensrc_iocmd_codes(uint32_t* cmd);
+// The status of a failed system call's errno.
 kvo_status_t kvol_errno_to_status(int err);
+// FC pass-through of one ELS or CT frame; the response in rsp and its length in *rsp_len.
+// The channel's failure, or the status of the exchange.
 kvo_status_t kvol_fcpt(kvol_t* h, uint16_t vf_id, wwn_t lwwn, wwn_t rwwn, uint32_t cos,
                        uint32_t timeout, uint32_t count, const uint8_t* fchdr, void* req,
                        uint32_t req_len, void* rsp, uint32_t* rsp_len);
+// Flash write or read of an Ethernet function over ethtool: 0 when sent (the outcome is not
+// reported back), a status when the partition table cannot be read or the firmware file
+// cannot be staged, -12 when the transfer buffer cannot be allocated.
 int kvol_send_flash_ethtool_cmd(kvol_t* h, uint32_t cmd, kvo_flash_req_t* rec);
 
 // ---- IOC and adapter operations ---------------------------------------------------------------
+// Each returns the channel's failure or the driver's status, KVO_STATUS_OK on success.
 
+// The function's identity (serial, PCI addresses, names, WWNs, MACs, type, SCSI host).
 kvo_status_t kvol_ioc_get_info(kvol_t* h, kvo_ioc_info_t* info);
+// The function's attributes: state, port, adapter and PCI attributes, versions.
 kvo_status_t kvol_ioc_get_attr(kvol_t* h, kvo_ioc_attr_t* attr);
 kvo_status_t kvol_ioc_enable(kvol_t* h);
 kvo_status_t kvol_ioc_disable(kvol_t* h);
+// Re-reads the adapter's serial number and name through h.
 kvo_status_t kvol_adapter_update_ioc(kvol_adapter_t* ad, kvol_t* h);
+// True when another adapter of the scan already carries this name in the configuration file.
+bool kvol_adapter_name_in_use(const kvol_adapter_t* ad, const char* name);
+// Names the adapter in the driver and persists the name ("" clears it).
 kvo_status_t kvol_adapter_set_name(kvol_adapter_t* ad, const char* name);
+// *disabled is true when every IOC of the adapter is disabled.
 kvo_status_t kvol_adapter_is_disabled(kvol_adapter_t* ad, bool* disabled);
+// KVO_STATUS_IOC_ENABLED when nothing had to change.
 kvo_status_t kvol_adapter_enable(kvol_adapter_t* ad);
 kvo_status_t kvol_adapter_disable(kvol_adapter_t* ad);
-// force: the driver also resets the settings kept on the adapter (the -f of the mode command).
+// Changes the personality; force: the driver also resets the settings kept on the adapter
+// (the -f of the mode command). The adapter's persisted settings are dropped on success.
 kvo_status_t kvol_adapter_cfg_mode(kvol_adapter_t* ad, const kvo_adapter_cfg_mode_t* cfg,
                                    bool force = false);
 kvo_status_t kvol_adapter_reload_fw(kvol_adapter_t* ad);
+// The partition table (its count clipped to the table's capacity).
 kvo_status_t kvol_flash_get_attr(kvol_t* h, kvo_flash_attr_s* attr);
+// Whole-partition transfers from the start of partition (type, instance).
 kvo_status_t kvol_flash_read_part(kvol_t* h, uint32_t type, uint32_t instance, void* buf,
                                   uint32_t len);
 kvo_status_t kvol_flash_update_part(kvol_t* h, uint32_t type, uint32_t instance,
@@ -231,7 +312,7 @@ const kvo_flash_part_attr_s* kvol_flash_find_part(const kvo_flash_attr_s* attr, 
 
 // ---- Configuration store seams used by discovery (implemented with the store) -------------------
 
-// Registers an adapter serial in /etc/kvo.conf (one transaction; statuses ignored).
+// Registers an adapter serial in the configuration file (one transaction; statuses ignored).
 void kvol_config_register_adapter(const char* serial);
 // Registers an IOC by port WWN (FC/FCoE) or MAC (Ethernet) (one transaction).
 void kvol_config_register_ioc(const kvol_t* h);
@@ -240,6 +321,7 @@ void kvol_config_merge_ioc(kvol_t* h);
 
 // ---- Remote ports (used by FC pass-through) -----------------------------------------------------
 
-// The SCSI host, bus and target of a remote port seen from the local port lpwwn.
+// The SCSI host, bus and target of a remote port seen from the local port lpwwn; the outputs
+// are written only on success.
 kvo_status_t kvol_rport_get_scsi_address(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn,
                                          uint32_t* host, uint32_t* bus, uint32_t* target);
