@@ -397,7 +397,7 @@ void print_port_section(kvol_adapter_t* ad, const std::vector<ioc_row>& rows) {
                "State\n");
         for (const ioc_row* r : fns) {
             kvo_ioc_type_e type = kvol_ioc_get_ioc_type(r->h);
-            bool storage = type == KVO_IOC_TYPE_FC || type == KVO_IOC_TYPE_FCoE;
+            bool storage = kvol_is_storage_ioc(r->h);
             std::string addr = storage ? wwn_text(kvol_ioc_get_pwwn(r->h))
                                        : mac_text(kvol_ioc_get_mac(r->h));
             std::string nwwn = storage ? wwn_text(kvol_ioc_get_nwwn(r->h)) : "--";

@@ -34,15 +34,10 @@ int dec_value(std::string_view digits) {
     return static_cast<int>(v);
 }
 
-bool is_storage_type(kvo_ioc_type_e t) { return t == KVO_IOC_TYPE_FC || t == KVO_IOC_TYPE_FCoE; }
-
 // An IOC found by WWN, hardware path or name must sit on the side the command works on.
 int check_side(const kvol_t* ioc, qmx_side_t side) {
-    kvo_ioc_type_e t = kvol_ioc_get_ioc_type(ioc);
-    if (side == QMX_SIDE_FC) {
-        return is_storage_type(t) ? 0 : E_CLI_NO_FC_INFO;
-    }
-    return t == KVO_IOC_TYPE_LL ? 0 : E_CLI_NO_ETH_INFO;
+    if (side == QMX_SIDE_FC) return kvol_is_storage_ioc(ioc) ? 0 : E_CLI_NO_FC_INFO;
+    return kvol_ioc_get_ioc_type(ioc) == KVO_IOC_TYPE_LL ? 0 : E_CLI_NO_ETH_INFO;
 }
 
 // The numeric adapter/port[/pcifn] form, once parsed: find the IOC and check its side.
@@ -69,7 +64,7 @@ int resolve_numeric(const qmx_pcifn_t& p, qmx_side_t side, kvol_t** out, port_id
         }
     }
     // Here the Ethernet side is "anything not storage", as the port lists are split that way.
-    bool storage = is_storage_type(kvol_ioc_get_ioc_type(ioc));
+    bool storage = kvol_is_storage_ioc(ioc);
     if (side == QMX_SIDE_FC && !storage) return E_CLI_NO_FC_INFO;
     if (side == QMX_SIDE_ETH && storage) return E_CLI_NO_ETH_INFO;
     *out = ioc;
@@ -521,7 +516,7 @@ int qmx_test_file_exists(const char* path) {
     return path != nullptr && stat(path, &st) == 0 ? 1 : 0;
 }
 
-// Copies argv[4] .. argv[4 + n - 1] into strings the caller releases with qmx_free_args.
+// Copies the n words from the first argument after the identifier into strings the caller releases with qmx_free_args.
 int create_args(char** argv, char*** out, int n) {
     *out = nullptr;
     if (n < 0) return E_CLI_INCORRECT_ARG;
@@ -529,7 +524,7 @@ int create_args(char** argv, char*** out, int n) {
     char** args = static_cast<char**>(calloc(static_cast<size_t>(n), sizeof(char*)));
     if (args == nullptr) return E_CLI_SYSTEM_BUSY;
     for (int i = 0; i < n; ++i) {
-        args[i] = strdup(argv[4 + i]);
+        args[i] = strdup(argv[QMX_ARG_1 + i]);
         if (args[i] == nullptr) {
             qmx_free_args(args, i);
             return E_CLI_SYSTEM_BUSY;

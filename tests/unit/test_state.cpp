@@ -8,6 +8,7 @@
 #include <map>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "kvol.h"
@@ -109,11 +110,25 @@ TEST(StatusText, LookupIsBoundedUnsigned) {
     EXPECT_STREQ(kvol_status_to_string(4011), "Unknown Failure");
 }
 
-TEST(LastStatus, HoldsTheLastValueSet) {
-    for (kvo_status_t st : {KVO_STATUS_NO_DRIVER, KVO_STATUS_ENOMEM, KVO_STATUS_OK}) {
-        kvol_set_last_error(st);
-        EXPECT_EQ(kvol_get_last_error(), st);
+// Worker threads (one per adapter in the boot update) may fail deep in the library at the
+// same time as each other and the command thread: each sees only its own last failure.
+TEST(LastStatus, EachThreadKeepsItsOwnCell) {
+    kvol_set_last_error(KVO_STATUS_ENOMEM);
+    std::vector<kvo_status_t> seen(8, KVO_STATUS_OK);
+    std::vector<std::thread> workers;
+    for (size_t i = 0; i < seen.size(); ++i) {
+        workers.emplace_back([&seen, i] {
+            EXPECT_EQ(kvol_get_last_error(), KVO_STATUS_OK);  // a fresh thread starts clean
+            const auto mine = static_cast<kvo_status_t>(KVO_STATUS_NO_DRIVER + i);
+            for (int k = 0; k < 1000; ++k) kvol_set_last_error(mine);
+            seen[i] = kvol_get_last_error();
+        });
     }
+    for (std::thread& t : workers) t.join();
+    for (size_t i = 0; i < seen.size(); ++i)
+        EXPECT_EQ(seen[i], static_cast<kvo_status_t>(KVO_STATUS_NO_DRIVER + i));
+    EXPECT_EQ(kvol_get_last_error(), KVO_STATUS_ENOMEM);
+    kvol_set_last_error(KVO_STATUS_OK);
 }
 
 struct NamedTable {

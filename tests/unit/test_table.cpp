@@ -10,6 +10,7 @@
 
 #include "qmx.h"
 #include "qmxhandlers.h"
+#include "unit_util.h"
 
 namespace {
 
@@ -24,9 +25,7 @@ const qmx_cmd_desc_t* find_cmd(const char* cls, const char* cmd) {
 }
 
 std::string capture_usage(qmx_cmd_usage_t usage, int extended) {
-    testing::internal::CaptureStdout();
-    usage(extended);
-    return testing::internal::GetCapturedStdout();
+    return unit::stdout_of([&] { usage(extended); });
 }
 
 // The command words named at the start of the usage lines ("\t--cmd ..."), in order.

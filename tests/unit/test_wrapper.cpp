@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "qmxwrapper.h"
+#include "unit_util.h"
 
 namespace {
 
@@ -21,13 +22,7 @@ std::vector<uint8_t> bytes_of(uint64_t v) {
     return b;
 }
 
-template <typename F>
-std::string stdout_of(F&& f) {
-    testing::internal::CaptureStdout();
-    f();
-    fflush(stdout);
-    return testing::internal::GetCapturedStdout();
-}
+using unit::stdout_of;
 
 // ---- WWN -----------------------------------------------------------------------------------
 

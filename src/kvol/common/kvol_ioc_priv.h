@@ -34,9 +34,6 @@ void kvol_copy_str(char (&dst)[N], const char* src, size_t src_size) {
 
 // ---- The request path -------------------------------------------------------------------------
 
-// True for the storage driver's functions (FC and FCoE), false for Ethernet ones.
-bool kvol_is_storage_ioc(const kvol_t* h);
-
 // Sends one request record to the driver instance of h and returns one verdict: the channel's
 // failure when the request could not be delivered, else the status the driver wrote into the
 // record. The code's size field must equal the record's size; a mismatch does not compile.

@@ -165,6 +165,8 @@ int kvol_ioc_get_adapter_id(const kvol_t* h);
 int kvol_ioc_get_index(const kvol_t* h);
 int kvol_ioc_get_port_id(const kvol_t* h);
 kvo_ioc_type_e kvol_ioc_get_ioc_type(const kvol_t* h);
+// True for the storage driver's functions (FC and FCoE), false for Ethernet ones.
+bool kvol_is_storage_ioc(const kvol_t* h);
 const char* kvol_ioc_get_name(const kvol_t* h);
 const char* kvol_ioc_get_sn(const kvol_t* h);
 wwn_t kvol_ioc_get_pwwn(const kvol_t* h);
