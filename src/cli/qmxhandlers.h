@@ -88,6 +88,16 @@ void qmx_fcdiag_usage(int extended);
 // ---- fcpim ---------------------------------------------------------------------------------
 extern const qmx_cmd_desc_t qmx_fcpim_cmd_desc[];
 void qmx_fcpim_usage(int extended);
+int qmx_fcpim_query(char** argv, int argc, qmx_id_t* id);
+int qmx_fcpim_statsclr(char** argv, int argc, qmx_id_t* id);
+int qmx_fcpim_pathtov(char** argv, int argc, qmx_id_t* id);
+int qmx_fcpim_throttlequery(char** argv, int argc, qmx_id_t* id);
+int qmx_fcpim_throttleset(char** argv, int argc, qmx_id_t* id);
+int qmx_fcpim_throttleclear(char** argv, int argc, qmx_id_t* id);
+int qmx_fcpim_trs_enable(char** argv, int argc, qmx_id_t* id);
+int qmx_fcpim_trs_disable(char** argv, int argc, qmx_id_t* id);
+int qmx_fcpim_trs_query(char** argv, int argc, qmx_id_t* id);
+int qmx_fcpim_trs_clear(char** argv, int argc, qmx_id_t* id);
 
 // ---- flash ---------------------------------------------------------------------------------
 extern const qmx_cmd_desc_t qmx_flash_cmd_desc[];

@@ -139,63 +139,6 @@ const qmx_usage_entry fcdiag_usage[] = {
      "\t\tSends SCSI test commands to the LUNs of the remote port\n"},
 };
 
-const qmx_usage_entry fcpim_usage[] = {
-    {"--ioperf", "<pcifn> [-l [lpwwn]] [-r [rpwwn]] [-c count] [-i interval]",
-     // The port range form shares the help text below.
-     "\t--ioperf <port_range> [-l | -r] [-c count] [-i interval]\n"
-     "\t\tShows IO performance in terms of IOPs and throughput at\n"
-     "\t\tdifferent levels viz. Physical port, logical port &\n"
-     "\t\tI-T sessions within a logical port\n\n"
-     "\t\t<port_range> is low to high in the form of\n"
-     "\t\t\t<adapter_id/port_id>-<adapter_id/port_id>\n"
-     "\t\tCount is number of iterations (default = indefinite)\n"
-     "\t\tInterval is sampling period (default = 1 sec)\n"},
-    {"--lunlist", "<pcifn> [-l <lpwwn>] [-v verbose]",
-     "\t\tDisplays info about each LUN connected to <pcifn>\n"},
-    {"--lunmaskadd", "<port_id> <rpwwn> <LUN#> [-l <lpwwn>]",
-     "\t\tAdd the lunmask entry <lun#> on the target <rpwwn>\n"
-     "\t\tfor the initiator <lpwwn>\n"
-     "\t\t<lun#> is the 64-bit lun number\n"
-     "\t\tExample of lun# : 0001-0000-0000-0000\n"},
-    {"--lunmaskclear", "<port_id>", "\t\tClears all the LUN masks for the given port\n"},
-    {"--lunmaskdelete", "<port_id> <rpwwn> <LUN#> [-l <lpwwn>]",
-     "\t\tDeletes the lunmask entry <lun#> on the target <rpwwn>\n"
-     "\t\tfor the initiator <lpwwn>\n"
-     "\t\t<lun#> is the 64-bit lun number\n"
-     "\t\tExample of lun# : 0004-0000-0000-0000\n"},
-    {"--lunmaskdisable", "<port_id>", "\t\tDisables lunmasking feature for the given port\n"},
-    {"--lunmaskenable", "<port_id>", "\t\tEnables lunmasking feature for the given port\n"},
-    {"--lunmaskquery", "<port_id> [-l <lpwwn>] [-r <rpwwn>]",
-     "\t\tDisplays the active LUN masking configuration\n"},
-    {"--ioprofile_clr", "<port_id> [-l <lpwwn>] [-r <rpwwn>]",
-     "\t\tClears the collected IO profile\n"},
-    {"--ioprofile_query", "<port_id>", "\t\tDisplays the IO profiling state of the port\n"},
-    {"--ioprofile_reset", "<port_id> [-l <lpwwn>] [-r <rpwwn>] [-u <LUN#>] [-a]",
-     "\t\tResets IO profiling counters\n"},
-    {"--ioprofile_show", "<port_id> [-l <lpwwn>] [-r <rpwwn>] [-a]",
-     "\t\tDisplays the collected IO profile\n"},
-    {"--ioprofile_start", "<port_id> [-l <lpwwn>] [-r <rpwwn>] [-u <LUN#>] [-a]",
-     "\t\tStarts IO profiling\n"},
-    {"--ioprofile_stop", "<port_id> -r <rpwwn> <LUN#> [-l <lpwwn>] [-a]",
-     "\t\tStops IO profiling\n"},
-    {"--pathtov", "<pcifn> <tov>",
-     "\t\tSets device path timeout value [tov] in seconds (0..60)\n"},
-    {"--query", "<pcifn> <rpwwn> [-l <lpwwn>]", "\t\tQueries fcpim attributes\n"},
-    {"--stats", "<pcifn> <rpwwn> [-l <lpwwn>]", "\t\tDisplays fcpim statistics\n"},
-    {"--statsclr", "<pcifn> <rpwwn> [-l <lpwwn>]", "\t\tClears fcpim statistics\n"},
-    {"--throttleclear", "<pcifn>",
-     "\t\tConfigures IO throttle value in given fcpim to default\n"},
-    {"--throttlequery", "<pcifn>", "\t\tDisplay current IO throttle values in given fcpim\n"},
-    {"--throttleset", "<pcifn> <throttle_size>",
-     "\t\tConfigures IO throttle value (1...2000) in given fcpim\n"},
-    {"--trs_enable", "<pcifn> <rpwwn> [-l <lpwwn>]",
-     "\t\tEnables target reset for the specified target port\n"},
-    {"--trs_disable", "<pcifn> <rpwwn> [-l <lpwwn>]",
-     "\t\tDisables target reset for the specified target port\n"},
-    {"--trs_clear", "<pcifn>", "\t\tClears all target reset entries for the given port\n"},
-    {"--trs_query", "<pcifn>", "\t\tQueries all target reset entries for the given port\n"},
-};
-
 const qmx_usage_entry flash_usage[] = {
     {"--doptrom", "<ad_id>", "\t\tDisables the option ROM of the adapter\n"},
     {"--dumpasicblk", "<ad_id> <file>", "\t\tSaves the ASIC block into <file>\n"},
@@ -376,9 +319,6 @@ void qmx_vf_usage(int extended) { qmx_print_usage("fabric --stats 1/0", vf_usage
 void qmx_fcoe_usage(int extended) { qmx_print_usage("fcoe --stats 1/0", fcoe_usage, extended); }
 void qmx_fcdiag_usage(int extended) {
     qmx_print_usage("fcdiag --fcping 1/0 <rpwwn>", fcdiag_usage, extended);
-}
-void qmx_fcpim_usage(int extended) {
-    qmx_print_usage("fcpim --query <pcifn> <rpwwn> [-l <lpwwn>]", fcpim_usage, extended);
 }
 void qmx_flash_usage(int extended) { qmx_print_usage("flash --query 1", flash_usage, extended); }
 void qmx_fruvpd_usage(int extended) {

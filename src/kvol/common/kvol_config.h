@@ -49,14 +49,6 @@ struct kvo_lport_symname_s {
 };
 typedef kvo_lport_symname_s kvo_lport_symname_t;
 
-// A local/remote port pair for which target reset is disabled.
-struct kvo_trs_list_s {
-    wwn_t lpwwn;
-    wwn_t rpwwn;
-};
-typedef kvo_trs_list_s kvo_trs_list_t;
-static_assert(sizeof(kvo_trs_list_t) == 16);
-
 // Roles of a logical port (bit numbers of kvol_port_cfg_t::roles).
 constexpr uint32_t KVOL_LPORT_ROLE_IM = 1u << 0;
 constexpr uint32_t KVOL_LPORT_ROLE_TM = 1u << 1;

@@ -21,6 +21,19 @@ T* kvol_calloc() {
     return static_cast<T*>(std::calloc(1, sizeof(T)));
 }
 
+// A zeroed heap record owned by the caller's scope (records too large for the stack).
+template <class T>
+struct kvol_heap_record {
+    kvol_heap_record() : p(kvol_calloc<T>()) {}
+    ~kvol_heap_record() { std::free(p); }
+    kvol_heap_record(const kvol_heap_record&) = delete;
+    kvol_heap_record& operator=(const kvol_heap_record&) = delete;
+    explicit operator bool() const { return p != nullptr; }
+    T* operator->() const { return p; }
+    T& operator*() const { return *p; }
+    T* p;
+};
+
 // Copies a possibly unterminated source field of at most src_size bytes into a fixed field;
 // the result is always terminated and cut to the field. The only way text enters a fixed field.
 template <size_t N>
@@ -47,6 +60,19 @@ kvo_status_t kvol_request(kvol_t* h, Rec& rec) {
     kvo_status_t rc = kvol_ioctl(h, Code, &rec, sizeof(Rec), sizeof(Rec), sizeof(Rec));
     if (rc != KVO_STATUS_OK) return rc;
     return static_cast<kvo_status_t>(rec.status);
+}
+
+// The same for a request whose code covers only its head (rec.head, at the start of rec): the
+// data area behind the head travels with it.
+template <uint32_t Code, class Rec>
+kvo_status_t kvol_request_area(kvol_t* h, Rec& rec) {
+    static_assert(kvo_ioc_size(Code) == sizeof(rec.head), "request code and head size differ");
+    static_assert(std::is_standard_layout_v<Rec> && offsetof(Rec, head) == 0);
+    if (h == nullptr) return KVO_STATUS_EINVAL;
+    rec.head.kvod_num = static_cast<uint16_t>(h->instance);
+    kvo_status_t rc = kvol_ioctl(h, Code, &rec, sizeof(rec.head), sizeof(Rec), sizeof(Rec));
+    if (rc != KVO_STATUS_OK) return rc;
+    return static_cast<kvo_status_t>(rec.head.status);
 }
 
 // A request that carries nothing but the instance (enable, disable, reload and the like).

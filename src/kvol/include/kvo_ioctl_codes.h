@@ -151,6 +151,13 @@ constexpr uint32_t KVO_IOCMD_FCPT = 0xC060BA02;
 constexpr uint32_t KVO_IOCMD_VPORT_CREATE = 0xC140B301;
 constexpr uint32_t KVO_IOCMD_VPORT_DELETE = 0xC018B302;
 
+// The target reset list: known to the driver's control node only (the bsg interface has no
+// number for them, so a function reached through bsg refuses them).
+constexpr uint32_t KVO_IOCMD_ITNIM_TRS_ENABLE = 0xC028BB06;
+constexpr uint32_t KVO_IOCMD_ITNIM_TRS_DISABLE = 0xC028BB07;
+constexpr uint32_t KVO_IOCMD_ITNIM_TRS_CLEAR = 0xC008BB08;
+constexpr uint32_t KVO_IOCMD_ITNIM_TRS_QUERY = 0xC010BB09;
+
 struct kvo_bsg_cmd_map_s {
     uint32_t code;
     uint32_t vendor_cmd;  // 0: passes to its own transport unchanged

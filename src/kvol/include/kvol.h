@@ -12,6 +12,7 @@
 #include <cstdint>
 
 #include "kvo_defs.h"
+#include "kvo_fcpim.h"
 #include "kvo_ioctl.h"
 #include "kvo_status.h"
 
@@ -327,3 +328,31 @@ void kvol_config_merge_ioc(kvol_t* h);
 // are written only on success.
 kvo_status_t kvol_rport_get_scsi_address(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn,
                                          uint32_t* host, uint32_t* bus, uint32_t* target);
+
+// ---- FCP initiator: I-T nexuses, path time-out, I/O throttle, target reset list -------------------
+// Each returns the channel's failure or the driver's status, KVO_STATUS_OK on success; outputs
+// are written only on success. A local port WWN of 0 means the function's own port.
+
+// The attributes of the nexus (lpwwn, rpwwn).
+kvo_status_t kvol_itnim_get_attr(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn,
+                                 kvo_itnim_attr_s* attr);
+// Clears the nexus's statistics.
+kvo_status_t kvol_itnim_reset_stats(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn);
+// Sets the path time-out (seconds; KVO_STATUS_EINVAL_TOV above 60, with no driver request) and
+// persists it; a configuration file that cannot be loaded is the result then.
+kvo_status_t kvol_fcpim_fast_failover(kvol_t* h, uint16_t tov);
+// The throttle's maximum, current and configured values.
+kvo_status_t kvol_fcpim_throttle_query(kvol_t* h, kvo_fcpim_throttle_s* throttle);
+// Configures the throttle for the driver's next start.
+kvo_status_t kvol_fcpim_throttle_set(kvol_t* h, uint16_t value);
+// Takes the nexus off the target reset list (enable) or puts it on (disable), then mirrors the
+// change into the configuration file: the file's load failure or the update's status then.
+kvo_status_t kvol_itnim_trs_enable(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn);
+kvo_status_t kvol_itnim_trs_disable(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn);
+kvo_status_t kvol_itnim_trs_en_dis(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn,
+                                   bool disable);
+// The list: *count entries (at most KVO_TRS_LIST_MAX) copied into entries.
+kvo_status_t kvol_itnim_trs_query(kvol_t* h, uint16_t* count,
+                                  kvo_trs_list_t (&entries)[KVO_TRS_LIST_MAX]);
+// Empties the list in the driver and in the configuration file.
+kvo_status_t kvol_itnim_trs_clear(kvol_t* h);
