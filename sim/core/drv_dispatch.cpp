@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "bsg_cmds.h"
 #include "drv.h"
 #include "emu.h"
 
@@ -335,8 +336,8 @@ int bsg_ioctl(State& st, const NodeRef& node, unsigned long request, void* arg) 
     bool known = false;
     Decoded d;
     d.vcmd = static_cast<int>(vcmd);
-    for (const kvo_bsg_cmd_map_s& m : kvo_bsg_cmd_map) {
-        if (m.vendor_cmd == 0 || m.vendor_cmd != vcmd) continue;
+    for (const BsgCommand& m : bsg_commands) {
+        if (m.number == 0 || m.number != vcmd) continue;
         known = true;
         if (kvo_ioc_size(m.code) == hdr.dout_xfer_len) d.code = m.code;
     }
