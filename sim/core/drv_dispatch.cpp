@@ -436,9 +436,10 @@ int node_ioctl(const NodeRef& node, unsigned long request, void* arg) {
     }
 }
 
-int open_fault(const std::string& vpath) try {
+int open_fault(const std::string& vpath, bool* hash_listing) try {
     int err = 0;
     bool ok = with_state(env_bed(), [&](State& st) {
+        if (hash_listing != nullptr) *hash_listing = st.host.hash_order && sysfs_path(vpath);
         for (size_t i = 0; i < st.host.faults.size(); i++) {
             Fault& f = st.host.faults[i];
             if (f.kind != "open" || f.path != vpath) continue;
@@ -456,6 +457,14 @@ int open_fault(const std::string& vpath) try {
     return err;
 } catch (const std::exception&) {
     return EIO;
+}
+
+bool hash_listing(const std::string& vpath) try {
+    bool hash = false;
+    with_state(env_bed(), [&](State& st) { hash = st.host.hash_order && sysfs_path(vpath); });
+    return hash;
+} catch (const std::exception&) {
+    return false;
 }
 
 }  // namespace kvosim

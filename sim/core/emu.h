@@ -34,7 +34,13 @@ int node_ioctl(const NodeRef& node, unsigned long request, void* arg);
 // *rc and returns true; returns false for any other interface.
 bool ethtool_ioctl(void* ifreq, int* rc);
 
-// errno with which an open of this emulated path fails by a fault rule, or 0.
-int open_fault(const std::string& vpath);
+// errno with which an open of this emulated path fails by a fault rule, or 0. When
+// hash_listing is given, it is set to whether the directory lists in sysfs hash order.
+int open_fault(const std::string& vpath, bool* hash_listing = nullptr);
+
+// True for an emulated path inside sysfs (debugfs, /dev and the rest are other file systems).
+bool sysfs_path(const std::string& vpath);
+// True when the bed lists this (emulated) directory in sysfs hash order rather than sorted.
+bool hash_listing(const std::string& vpath);
 
 }  // namespace kvosim
