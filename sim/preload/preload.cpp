@@ -3,12 +3,12 @@
 // file the bed lacks does not exist); descriptors opened on emulated driver nodes are tracked
 // and ioctl on them is answered by the emulated drivers. Directory listings of emulated
 // directories come back sorted by name, or in sysfs hash order when the bed asks for it, so
-// that every run sees the same order.
+// that every run sees the same order. While a bed is active no ioctl reaches a device or
+// network interface of the machine (see the ioctl wrapper).
 #undef _FORTIFY_SOURCE
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <linux/sockios.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -778,9 +778,15 @@ int ioctl(int fd, unsigned long request, ...) {
         NodeRef n = kvosim::classify_node(v);
         if (n.kind != NodeKind::none) return kvosim::node_ioctl(n, request, arg);
     }
-    if (request == SIOCETHTOOL && !kvosim::env_bed().empty()) {
-        int rc = -1;
-        if (kvosim::ethtool_ioctl(arg, &rc)) return rc;
+    // Nothing reaches a device or network interface of the machine while a bed is active;
+    // regular files, pipes, a socket's own requests and terminals are the process's business.
+    if (!kvosim::env_bed().empty()) {
+        struct stat sb;
+        if (fstat(fd, &sb) == 0) {
+            if (S_ISSOCK(sb.st_mode) && kvosim::netdev_request(request)) return kvosim::net_ioctl(request, arg);
+            if (S_ISBLK(sb.st_mode) || (S_ISCHR(sb.st_mode) && !kvosim::own_char_device(sb.st_rdev)))
+                return kvosim::refuse_device_ioctl(fd, request);
+        }
     }
     return real ? real(fd, request, arg) : -1;
 }
