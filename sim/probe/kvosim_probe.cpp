@@ -353,14 +353,14 @@ int cmd_ethtool(int argc, char** argv) {
         return rc;
     }
     if (op == "seeprom" && (argc == 5 || argc == 6)) {
-        const std::string spec = argv[4];
+        const std::string data_arg = argv[4];
         std::vector<uint8_t> bytes;
-        if (!spec.empty() && spec[0] == '@') {
-            bytes.resize(num(spec.c_str() + 1));
+        if (!data_arg.empty() && data_arg[0] == '@') {
+            bytes.resize(num(data_arg.c_str() + 1));
             for (size_t i = 0; i < bytes.size(); i++) bytes[i] = static_cast<uint8_t>((i * 37 + 11) & 0xFF);
         } else {
-            for (size_t i = 0; i + 1 < spec.size(); i += 2)
-                bytes.push_back(static_cast<uint8_t>(strtoul(spec.substr(i, 2).c_str(), nullptr, 16)));
+            for (size_t i = 0; i + 1 < data_arg.size(); i += 2)
+                bytes.push_back(static_cast<uint8_t>(strtoul(data_arg.substr(i, 2).c_str(), nullptr, 16)));
         }
         uint32_t n = static_cast<uint32_t>(bytes.size());
         uint32_t word = argc == 6 ? static_cast<uint32_t>(num(argv[5])) : n;
