@@ -1,5 +1,5 @@
 // kvosim: creates, runs, shows and breaks emulated hosts (test beds).
-//   kvosim create DIR (--preset NAME | --host FILE)
+//   kvosim create DIR (--preset NAME | --host FILE) [--sysfs-order sorted|hash]
 //   kvosim run DIR -- CMD [ARG...]
 //   kvosim show DIR
 //   kvosim log DIR [--clear]
@@ -25,7 +25,7 @@ using namespace kvosim;
 namespace {
 
 const char usage_text[] =
-    "usage: kvosim create DIR (--preset empty|fc|demo|large | --host FILE)\n"
+    "usage: kvosim create DIR (--preset empty|fc|demo|large | --host FILE) [--sysfs-order sorted|hash]\n"
     "       kvosim run DIR -- CMD [ARG...]\n"
     "       kvosim show DIR\n"
     "       kvosim log DIR [--clear]\n"
@@ -62,9 +62,16 @@ std::string bed_arg(const char* a) {
 bool is_bed(const std::string& dir) { return access(state_path(dir).c_str(), F_OK) == 0; }
 
 int cmd_create(int argc, char** argv) {
-    if (argc != 5) return usage();
+    if (argc != 5 && argc != 7) return usage();
     const std::string dir = bed_arg(argv[2]);
     const std::string opt = argv[3];
+    const char* order = nullptr;
+    if (argc == 7) {
+        if (strcmp(argv[5], "--sysfs-order") != 0) return usage();
+        order = argv[6];
+        if (strcmp(order, "sorted") != 0 && strcmp(order, "hash") != 0)
+            return die(std::string("--sysfs-order: \"") + order + "\" is neither sorted nor hash");
+    }
     Host host;
     json raw;
     const json* rawp = nullptr;
@@ -83,6 +90,7 @@ int cmd_create(int argc, char** argv) {
     } else {
         return usage();
     }
+    if (order != nullptr) host.hash_order = strcmp(order, "hash") == 0;
     std::string why;
     if (!create_bed(dir, host, rawp, why)) return die(why);
     printf("%s\n", dir.c_str());
@@ -147,6 +155,7 @@ int cmd_show(int argc, char** argv) {
         printf("bed %s\n", dir.c_str());
         printf("drivers: kvo %s, tqe %s, /dev/kvoipfc %s; driver version %s\n", h.kvo_loaded ? "loaded" : "absent",
                h.tqe_loaded ? "loaded" : "absent", h.ipfc_node ? "present" : "absent", h.driver_ver.c_str());
+        printf("sysfs lists %s\n", h.hash_order ? "in the kernel's hash order" : "sorted by name");
         for (size_t i = 0; i < h.adapters.size(); i++) {
             const Adapter& a = h.adapters[i];
             printf("adapter %zu: serial %s model %s (%s) type %s card %u device 0x%02x mode %s name \"%s\"\n", i + 1,

@@ -1,9 +1,7 @@
-// The bed session: locking, loading and saving state.json, the driver instance scan and the log.
+// The bed session: locking, loading and saving state.json, the drivers' instance numbering and the log.
 #include "bed.h"
 
-#include <dirent.h>
 #include <fcntl.h>
-#include <regex.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -83,53 +81,16 @@ Adapter* State::adapter_of(const Function& f) {
     return nullptr;
 }
 
-namespace {
-
-std::vector<std::string> sorted_entries(const std::string& path) {
-    std::vector<std::string> names;
-    DIR* d = opendir(path.c_str());
-    if (d == nullptr) return names;
-    while (dirent* e = readdir(d)) {
-        if (strcmp(e->d_name, ".") == 0 || strcmp(e->d_name, "..") == 0) continue;
-        names.emplace_back(e->d_name);
-    }
-    closedir(d);
-    std::sort(names.begin(), names.end());
-    return names;
-}
-
-}  // namespace
-
-// The same walk the host software makes over the driver directories: names matching the PCI
-// address pattern, storage functions only with a host entry, at most 128 in all.
-Instances scan_instances(const std::string& root) {
+// The kernel probes PCI devices bus by bus in address order; each driver numbers the
+// functions it binds in that order. Addresses are fixed-width lower-case hex (the model checks
+// them), so text order is address order.
+Instances probe_order(const Host& h) {
     Instances in;
-    regex_t re;
-    if (regcomp(&re, "[a-f0-9]{4}:[a-f0-9]{2}:[a-f0-9]{2}.[a-f0-9]", REG_EXTENDED | REG_NOSUB) != 0)
-        return in;
-    const size_t limit = 128;
-    size_t count = 0;
-    const std::string kvo = root + "/sys/bus/pci/drivers/kvo";
-    for (const std::string& n : sorted_entries(kvo)) {
-        if (count >= limit) break;
-        if (regexec(&re, n.c_str(), 0, nullptr, 0) != 0) continue;
-        bool has_host = false;
-        for (const std::string& e : sorted_entries(kvo + "/" + n))
-            if (e.find("host") != std::string::npos) {
-                has_host = true;
-                break;
-            }
-        if (!has_host) continue;
-        in.storage.push_back(n);
-        count++;
-    }
-    for (const std::string& n : sorted_entries(root + "/sys/bus/pci/drivers/tqe")) {
-        if (count >= limit) break;
-        if (regexec(&re, n.c_str(), 0, nullptr, 0) != 0) continue;
-        in.eth.push_back(n);
-        count++;
-    }
-    regfree(&re);
+    for (const Adapter& a : h.adapters)
+        for (const Port& p : a.ports)
+            for (const Function& f : p.functions) (f.driver == Driver::kvo ? in.storage : in.eth).push_back(f.pci);
+    std::sort(in.storage.begin(), in.storage.end());
+    std::sort(in.eth.begin(), in.eth.end());
     return in;
 }
 
@@ -210,7 +171,7 @@ bool load_state(const std::string& dir, State& st, std::string& why) {
         return false;
     }
     st.dir = dir;
-    st.inst = scan_instances(root_path(dir));
+    st.inst = probe_order(st.host);
     st.dirty = false;
     st.fs_dirty = false;
     return true;
@@ -338,10 +299,10 @@ bool with_state(const std::string& dir, const std::function<void(State&)>& fn, s
     std::string w;
     if (s.st.fs_dirty) {
         if (!materialise(s.st, false, w)) append_log(dir, "BAD sim: " + w);
-        s.st.inst = scan_instances(s.st.root());
         s.st.fs_dirty = false;
     }
     if (s.st.dirty) {
+        s.st.inst = probe_order(s.st.host);
         if (!save_state(s.st, w)) {
             append_log(dir, "BAD sim: " + w);
             s.loaded = false;

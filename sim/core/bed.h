@@ -15,8 +15,8 @@ namespace kvosim {
 
 constexpr const char* kBedEnv = "KVOSIM_BED";
 
-// Driver instances as the host software numbers them: storage instances are the kvo
-// functions that have a host entry, in directory order; Ethernet instances the tqe functions.
+// Driver instances as the drivers number them: each driver counts the functions it probed,
+// in PCI probe order (ascending address), whatever sysfs shows or lists first.
 struct Instances {
     std::vector<std::string> storage;  // PCI addresses, index = instance
     std::vector<std::string> eth;
@@ -61,7 +61,7 @@ bool save_state(State& st, std::string& why);
 // Creates or refreshes root/ from the model: directories, attribute files and nodes, then
 // removes what the fault rules say is missing. Writes /etc/kvo.conf only when create is set.
 bool materialise(State& st, bool create, std::string& why);
-Instances scan_instances(const std::string& root);
+Instances probe_order(const Host& h);
 
 // Appends one line to the bed's log.
 void append_log(const std::string& dir, const std::string& line);

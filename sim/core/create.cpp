@@ -53,7 +53,7 @@ bool create_bed(const std::string& dir, Host host, const json* raw, std::string&
     st.dir = dir;
     st.host = std::move(host);
     if (!materialise(st, true, why)) return false;
-    st.inst = scan_instances(st.root());
+    st.inst = probe_order(st.host);
     if (!save_state(st, why)) return false;
     return write_file(log_path(dir), "", why);
 }

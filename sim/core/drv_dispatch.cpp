@@ -12,6 +12,7 @@
 #include <stdexcept>
 #include <vector>
 
+#include "bsg_cmds.h"
 #include "drv.h"
 #include "emu.h"
 
@@ -152,6 +153,7 @@ struct Decoded {
     uint64_t rec_addr = 0;
     std::vector<uint8_t> rec;
     int kvod = -1;
+    int inst = -1;        // bsg: the node's instance, when kvod_num names another
     FnRef target{nullptr, nullptr, nullptr};
 };
 
@@ -203,7 +205,9 @@ int answer(State& st, Transport t, const std::string& node, Decoded& d) {
     const char* name = code_name(d.code);
     std::string line = head(t, node) + " " + (name ? name : fmt("0x%08X", d.code));
     if (d.vcmd >= 0) line += fmt(" vcmd=%d", d.vcmd);
-    line += fmt(" kvod=%d -> ", d.kvod);
+    line += fmt(" kvod=%d", d.kvod);
+    if (d.inst >= 0) line += fmt(" inst=%d", d.inst);
+    line += " -> ";
 
     Fault fc;
     if (const Fault* f = take_fault(st, d.code, d.kvod, fc)) {
@@ -335,8 +339,8 @@ int bsg_ioctl(State& st, const NodeRef& node, unsigned long request, void* arg) 
     bool known = false;
     Decoded d;
     d.vcmd = static_cast<int>(vcmd);
-    for (const kvo_bsg_cmd_map_s& m : kvo_bsg_cmd_map) {
-        if (m.vendor_cmd == 0 || m.vendor_cmd != vcmd) continue;
+    for (const BsgCommand& m : bsg_commands) {
+        if (m.number == 0 || m.number != vcmd) continue;
         known = true;
         if (kvo_ioc_size(m.code) == hdr.dout_xfer_len) d.code = m.code;
     }
@@ -357,17 +361,16 @@ int bsg_ioctl(State& st, const NodeRef& node, unsigned long request, void* arg) 
     d.rec_addr = hdr.din_xferp;
     std::string why;
     if (!load_record(d, why)) return reject(st, t, np, code_name(d.code) + std::string(": ") + why);
+    // The node belongs to one function: the request is served for it whatever kvod_num says,
+    // as the FC transport hands it to that host's driver instance. The log keeps the number
+    // the caller sent, and the instance when the two differ.
     FnRef own = st.by_host(node.host);
     if (own.fn == nullptr) return reject(st, t, np, fmt("no storage function has SCSI host %d", node.host));
     const int inst = st.instance_of(*own.fn);
     if (inst < 0) return reject(st, t, np, fmt("host %d (%s) has no driver instance", node.host, own.fn->pci.c_str()));
     const HandlerEntry* h = find_handler(d.code);
-    if (h != nullptr && (h->flags & KVOSIM_NO_KVOD)) {
-        d.kvod = -1;
-    } else if (d.kvod != inst) {
-        return reject(st, t, np, fmt("%s: kvod_num %d, but the node belongs to instance %d", code_name(d.code),
-                                     d.kvod, inst));
-    }
+    if (h != nullptr && (h->flags & KVOSIM_NO_KVOD)) d.kvod = -1;
+    else if (d.kvod != inst) d.inst = inst;
     d.target = own;
     int rc = answer(st, t, np, d);
     if (rc != 0) return rc;
@@ -433,9 +436,10 @@ int node_ioctl(const NodeRef& node, unsigned long request, void* arg) {
     }
 }
 
-int open_fault(const std::string& vpath) try {
+int open_fault(const std::string& vpath, bool* hash_listing) try {
     int err = 0;
     bool ok = with_state(env_bed(), [&](State& st) {
+        if (hash_listing != nullptr) *hash_listing = st.host.hash_order && sysfs_path(vpath);
         for (size_t i = 0; i < st.host.faults.size(); i++) {
             Fault& f = st.host.faults[i];
             if (f.kind != "open" || f.path != vpath) continue;
@@ -453,6 +457,14 @@ int open_fault(const std::string& vpath) try {
     return err;
 } catch (const std::exception&) {
     return EIO;
+}
+
+bool hash_listing(const std::string& vpath) try {
+    bool hash = false;
+    with_state(env_bed(), [&](State& st) { hash = st.host.hash_order && sysfs_path(vpath); });
+    return hash;
+} catch (const std::exception&) {
+    return false;
 }
 
 }  // namespace kvosim

@@ -1,147 +1,123 @@
-// The Ethernet driver's ethtool requests on an emulated interface: flash a firmware file from
-// the firmware directory, and read or write the flash image as the interface's EEPROM.
-#include <linux/ethtool.h>
-#include <net/if.h>
-
+// The Ethernet driver's ethtool operations: flash a firmware file from the firmware directory,
+// and read or write the flash image as the interface's EEPROM. The kernel's ethtool layer
+// (kernel_net.cpp) calls them with at most one page at a time.
 #include <cerrno>
-#include <cstdarg>
-#include <cinttypes>
 #include <cstdio>
-#include <vector>
+#include <cstring>
 
 #include "drv.h"
-#include "emu.h"
+#include "ethtool_ops.h"
 #include "flash.h"
 
 namespace kvosim {
 
 namespace {
 
-constexpr size_t kMaxEeprom = 64u << 20;
+uint32_t magic_of(const Adapter& a) { return static_cast<uint32_t>(a.device_id) << 16 | a.vendor_id; }
 
-struct Ctx {
-    State& st;
-    std::string ifname;
-    FnRef fn;
-    std::string line;  // "ethtool <if> <CMD>"
-};
-
-int bad(Ctx& c, const std::string& why) {
-    append_log(c.st.dir, "BAD ethtool " + c.ifname + " " + why);
-    errno = EINVAL;
-    return -1;
+int bad(DrvNote& note, std::string why) {
+    note.text = std::move(why);
+    note.bad = true;
+    return -EINVAL;
 }
 
-// Logs the outcome: "<line> <what> -> ok|errno=E[ (note)]".
-int done(Ctx& c, const std::string& what, const std::string& note = "", int err = 0) {
-    std::string tail = note.empty() ? "" : " (" + note + ")";
-    if (err != 0) {
-        const char* n = errno_name(err);
-        append_log(c.st.dir, c.line + " " + what + " -> errno=" + (n ? n : std::to_string(err)) + tail);
-        errno = err;
-        return -1;
-    }
-    append_log(c.st.dir, c.line + " " + what + " -> ok" + tail);
+int fail(DrvNote& note, int err, std::string why) {
+    note.text = std::move(why);
+    return -err;
+}
+
+uint32_t eeprom_len(NetDev& dev) { return dev.fn.adapter->flash_size; }
+
+// The driver refuses a request that does not carry its magic number, on a read as on a write,
+// and puts its own number back into the request.
+bool magic_ok(NetDev& dev, ethtool_eeprom& ee, DrvNote& note) {
+    const uint32_t magic = magic_of(*dev.fn.adapter);
+    if (ee.magic == magic) return true;
+    bad(note, fmt("magic 0x%08X, expected 0x%08X", ee.magic, magic));
+    return false;
+}
+
+int get_eeprom(NetDev& dev, ethtool_eeprom& ee, uint8_t* data, DrvNote& note) {
+    if (!magic_ok(dev, ee, note)) return -EINVAL;
+    std::string why;
+    if (!flash_read(dev.st.dir, *dev.fn.adapter, ee.offset, data, ee.len, why)) return fail(note, EIO, why);
     return 0;
 }
 
-int flashdev(Ctx& c, uint64_t addr) {
-    c.line += " FLASHDEV";
-    kvol_ethtool_flash req;
-    if (!read_user(&req, addr, sizeof req)) return bad(c, "FLASHDEV: request is not readable");
-    if (memchr(req.data, 0, sizeof req.data) == nullptr) return bad(c, "FLASHDEV: file name is not terminated");
-    const std::string file = req.data;
-    if (req.region != 2) return bad(c, fmt("FLASHDEV: region %u, expected 2 (firmware)", req.region));
-    if (file.empty() || file.find('/') != std::string::npos || file == "." || file == "..")
-        return bad(c, "FLASHDEV: \"" + file + "\" is not a file name in the firmware directory");
-    const std::string what = "file=" + file + " region=2";
-    std::string image;
-    // The driver loads the file from the firmware directory (the bed's copy).
-    if (!read_file(c.st.root() + "/lib/firmware/" + file, image)) return done(c, what, "", ENOENT);
-    Adapter& a = *c.fn.adapter;
-    FlashPart* p = flash_find(a, KVO_FLASH_PART_FWIMG, 0);
-    if (p == nullptr) return done(c, what, "no firmware partition", ENODEV);
+// A write carries the image's length word ahead of the image; the image belongs at the start
+// of the partition that follows that word (or at offset 0 for the first partition). The first
+// piece opens the write (the partition is erased, as a flash update does), the pieces that
+// follow continue it at the next offset, and the last one records the partition's new length.
+int set_eeprom(NetDev& dev, ethtool_eeprom& ee, const uint8_t* data, DrvNote& note) {
+    if (!magic_ok(dev, ee, note)) return -EINVAL;
+    Adapter& a = *dev.fn.adapter;
+    NetDev::EepromWrite& w = dev.wr;
     std::string why;
-    kvo_status_t s = flash_part_write(c.st.dir, a, *p, image.data(), image.size(), why);
-    if (s == KVO_STATUS_FLASH_BAD_LEN) return done(c, what, why, EFBIG);
-    if (s != KVO_STATUS_OK) return done(c, what, why, EIO);
-    c.st.dirty = true;
-    return done(c, what, fmt("%zu bytes", image.size()));
+    uint32_t head = 0;  // bytes of this piece ahead of the image
+    if (w.part == nullptr || ee.offset != w.next) {
+        if (ee.len < 4) return bad(note, fmt("length %u has no room for the length word", ee.len));
+        uint32_t n;
+        memcpy(&n, data, 4);
+        const uint32_t start = ee.offset == 0 ? 0 : ee.offset + 4;
+        FlashPart* p = flash_at(a, start);
+        if (p == nullptr) return bad(note, fmt("no partition starts at 0x%X", start));
+        if (n > p->size) return fail(note, EFBIG, fmt("write of %u bytes into a partition of %u", n, p->size));
+        if (ee.len - 4 > n)
+            return bad(note, fmt("length word %u, but %u image bytes follow in the first piece", n, ee.len - 4));
+        if (flash_part_erase(dev.st.dir, a, *p, why) != KVO_STATUS_OK) return fail(note, EIO, why);
+        w = NetDev::EepromWrite{p, ee.offset, 0, n};
+        head = 4;
+    }
+    const uint32_t bytes = ee.len - head;
+    if (uint64_t{w.image_at} + bytes > w.announced)
+        return bad(note, fmt("length word %u, but the image goes on to %u bytes", w.announced, w.image_at + bytes));
+    if (!flash_write(dev.st.dir, a, uint64_t{w.part->offset} + w.image_at, data + head, bytes, why))
+        return fail(note, EIO, why);
+    w.image_at += bytes;
+    w.next = ee.offset + ee.len;
+    dev.st.dirty = true;
+    if (w.image_at == w.announced) {
+        w.part->len = w.announced;
+        note.text = fmt("%u bytes to partition type %u", w.announced, w.part->type);
+        w.part = nullptr;
+    }
+    return 0;
 }
 
-int eeprom(Ctx& c, uint64_t addr, bool write) {
-    c.line += write ? " SEEPROM" : " GEEPROM";
-    const char* cmd = write ? "SEEPROM" : "GEEPROM";
-    ethtool_eeprom e;
-    if (!read_user(&e, addr, sizeof e)) return bad(c, std::string(cmd) + ": request is not readable");
-    Adapter& a = *c.fn.adapter;
-    const uint32_t magic = static_cast<uint32_t>(a.device_id) << 16 | a.vendor_id;
-    if (e.magic != magic) return bad(c, fmt("%s: magic 0x%08X, expected 0x%08X", cmd, e.magic, magic));
-    if (e.len == 0 || e.len > kMaxEeprom) return bad(c, fmt("%s: length %u", cmd, e.len));
-    if (uint64_t{e.offset} + e.len > a.flash_size)
-        return bad(c, fmt("%s: offset 0x%X length %u leave the flash (%u bytes)", cmd, e.offset, e.len, a.flash_size));
-    const uint64_t data_addr = addr + sizeof(ethtool_eeprom);
-    std::vector<uint8_t> buf(e.len);
-    std::string why;
-    const std::string what = fmt("offset=0x%X len=%u", e.offset, e.len);
-    if (!write) {
-        if (!flash_read(c.st.dir, a, e.offset, buf.data(), buf.size(), why)) return done(c, what, why, EIO);
-        if (!write_user(data_addr, buf.data(), buf.size())) return bad(c, "GEEPROM: data buffer is not writable");
-        return done(c, what);
-    }
-    // A write carries the image length ahead of the image; the image belongs at the start of
-    // the partition that follows that word (or at offset 0 for the first partition).
-    if (!read_user(buf.data(), data_addr, buf.size())) return bad(c, "SEEPROM: data buffer is not readable");
-    if (e.len < 4) return bad(c, fmt("SEEPROM: length %u has no room for the length word", e.len));
-    uint32_t n;
-    memcpy(&n, buf.data(), 4);
-    if (n != e.len - 4) return bad(c, fmt("SEEPROM: length word %u, but %u data bytes follow", n, e.len - 4));
-    const uint32_t start = e.offset == 0 ? 0 : e.offset + 4;
-    FlashPart* p = flash_at(a, start);
-    if (p == nullptr) return bad(c, fmt("SEEPROM: no partition starts at 0x%X", start));
-    kvo_status_t s = flash_part_write(c.st.dir, a, *p, buf.data() + 4, n, why);
-    if (s == KVO_STATUS_FLASH_BAD_LEN) return done(c, what, why, EFBIG);
-    if (s != KVO_STATUS_OK) return done(c, what, why, EIO);
-    c.st.dirty = true;
-    return done(c, what, fmt("%u bytes to partition type %u", n, p->type));
+std::string unfinished(NetDev& dev) {
+    NetDev::EepromWrite& w = dev.wr;
+    if (w.part == nullptr) return "";
+    std::string why = fmt("length word %u, but the image ended after %u bytes", w.announced, w.image_at);
+    w.part = nullptr;
+    return why;
 }
+
+// The file is loaded from the firmware directory (the bed's copy) and goes into the firmware
+// partition.
+int flash_device(NetDev& dev, const ethtool_flash& req, DrvNote& note) {
+    const std::string file = req.data;  // the kernel has terminated the name
+    if (req.region != KVO_FLASH_PART_FWIMG)
+        return bad(note, fmt("region %u, expected %u (firmware)", req.region, KVO_FLASH_PART_FWIMG));
+    if (file.empty() || file.find('/') != std::string::npos || file == "." || file == "..")
+        return bad(note, "\"" + file + "\" is not a file name in the firmware directory");
+    std::string image;
+    if (!read_file(dev.st.root() + "/lib/firmware/" + file, image)) return -ENOENT;
+    Adapter& a = *dev.fn.adapter;
+    FlashPart* p = flash_find(a, KVO_FLASH_PART_FWIMG, 0);
+    if (p == nullptr) return fail(note, ENODEV, "no firmware partition");
+    std::string why;
+    kvo_status_t s = flash_part_write(dev.st.dir, a, *p, image.data(), image.size(), why);
+    if (s == KVO_STATUS_FLASH_BAD_LEN) return fail(note, EFBIG, why);
+    if (s != KVO_STATUS_OK) return fail(note, EIO, why);
+    dev.st.dirty = true;
+    note.text = fmt("%zu bytes", image.size());
+    return 0;
+}
+
+constexpr EthtoolOps tqe_ops = {eeprom_len, get_eeprom, set_eeprom, flash_device, unfinished};
 
 }  // namespace
 
-bool ethtool_ioctl(void* arg, int* rc) try {
-    ifreq ifr;
-    if (!read_user(&ifr, reinterpret_cast<uintptr_t>(arg), sizeof ifr)) return false;
-    if (memchr(ifr.ifr_name, 0, sizeof ifr.ifr_name) == nullptr) return false;
-    const std::string ifname = ifr.ifr_name;
-    bool mine = false;
-    int err = 0;
-    with_state(env_bed(), [&](State& st) {
-        FnRef f = st.by_eth_name(ifname);
-        if (f.fn == nullptr) return;
-        mine = true;
-        Ctx c{st, ifname, f, "ethtool " + ifname};
-        const uint64_t addr = reinterpret_cast<uintptr_t>(ifr.ifr_data);
-        uint32_t cmd = 0;
-        if (!read_user(&cmd, addr, sizeof cmd)) {
-            *rc = bad(c, "ifr_data is not readable");
-        } else if (cmd == KVO_ETHTOOL_FLASHDEV) {
-            *rc = flashdev(c, addr);
-        } else if (cmd == KVO_ETHTOOL_GEEPROM || cmd == KVO_ETHTOOL_SEEPROM) {
-            *rc = eeprom(c, addr, cmd == KVO_ETHTOOL_SEEPROM);
-        } else {
-            append_log(st.dir, fmt("UNHANDLED ethtool %s command %u -> errno=EOPNOTSUPP", ifname.c_str(), cmd));
-            errno = EOPNOTSUPP;
-            *rc = -1;
-        }
-        err = errno;
-    });
-    if (mine) errno = err;
-    return mine;
-} catch (const std::exception& e) {
-    if (!env_bed().empty()) append_log(env_bed(), std::string("BAD sim: ethtool: ") + e.what());
-    errno = EIO;
-    *rc = -1;
-    return true;
-}
+const EthtoolOps& tqe_ethtool_ops() { return tqe_ops; }
 
 }  // namespace kvosim

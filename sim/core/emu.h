@@ -1,6 +1,8 @@
 #pragma once
 // What the preload library asks of the emulated host: which paths are emulated, which emulated
 // files are driver nodes, and the answers to ioctl on them.
+#include <sys/types.h>
+
 #include <string>
 
 namespace kvosim {
@@ -30,11 +32,29 @@ NodeRef classify_node(const std::string& vpath);
 // ioctl on a descriptor opened on an emulated node: 0 or -1 with errno, as the kernel answers.
 int node_ioctl(const NodeRef& node, unsigned long request, void* arg);
 
-// SIOCETHTOOL: when the ifreq names an emulated interface, answers it, stores the result in
-// *rc and returns true; returns false for any other interface.
-bool ethtool_ioctl(void* ifreq, int* rc);
+// While a bed is active no ioctl reaches a device or network interface of the machine.
+//
+// True for the socket requests that address or configure a network device (interface,
+// routing, ARP, bridge, bonding, wireless, device-private); not for a socket's own requests.
+bool netdev_request(unsigned long request);
+// Such a request, on any socket: SIOCETHTOOL for an interface of the bed is answered by the
+// emulated kernel and driver; another request for one of its interfaces is UNHANDLED
+// (EOPNOTSUPP); a request for any other interface, or for none, is refused (ENODEV) with a
+// BAD line. 0 or -1 with errno.
+int net_ioctl(unsigned long request, void* arg);
+// True for a character device whose ioctls are the process's own business: terminals and the
+// null, zero and full devices.
+bool own_char_device(dev_t rdev);
+// Refuses an ioctl on a device of the machine: -1, errno ENODEV, and a BAD line naming it.
+int refuse_device_ioctl(int fd, unsigned long request);
 
-// errno with which an open of this emulated path fails by a fault rule, or 0.
-int open_fault(const std::string& vpath);
+// errno with which an open of this emulated path fails by a fault rule, or 0. When
+// hash_listing is given, it is set to whether the directory lists in sysfs hash order.
+int open_fault(const std::string& vpath, bool* hash_listing = nullptr);
+
+// True for an emulated path inside sysfs (debugfs, /dev and the rest are other file systems).
+bool sysfs_path(const std::string& vpath);
+// True when the bed lists this (emulated) directory in sysfs hash order rather than sorted.
+bool hash_listing(const std::string& vpath);
 
 }  // namespace kvosim

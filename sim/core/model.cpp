@@ -323,6 +323,7 @@ json host_to_json(const Host& h) {
     json j;
     j["driver_version"] = h.driver_ver;
     j["drivers"] = {{"kvo", h.kvo_loaded}, {"tqe", h.tqe_loaded}, {"kvoipfc", h.ipfc_node}};
+    j["sysfs_order"] = h.hash_order ? "hash" : "sorted";
     if (h.has_conf) j["kvo_conf"] = h.kvo_conf;
     json ads = json::array();
     for (const Adapter& a : h.adapters) {
@@ -432,6 +433,9 @@ Host host_from_json(const json& j) {
     require_object(j, "host");
     Host h;
     h.driver_ver = str(j, "driver_version", h.driver_ver, "host", 63);
+    const std::string order = str(j, "sysfs_order", "sorted", "host", 15);
+    if (order != "sorted" && order != "hash") fail("host.sysfs_order", "must be sorted or hash");
+    h.hash_order = order == "hash";
     std::set<std::string> pcis, ethnames, serials;
     std::set<int> hosts;
     bool any_kvo = false, any_tqe = false;

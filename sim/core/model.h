@@ -124,6 +124,7 @@ struct Host {
     bool kvo_loaded = true;   // driver directories and nodes exist
     bool tqe_loaded = true;
     bool ipfc_node = true;    // /dev/kvoipfc
+    bool hash_order = false;  // sysfs directories list in the kernel's hash order, not sorted
     std::string kvo_conf;     // initial /etc/kvo.conf (written at creation when has_conf)
     bool has_conf = false;
     std::vector<Adapter> adapters;

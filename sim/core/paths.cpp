@@ -67,6 +67,10 @@ bool emulated_path(const std::string& vpath) {
     return false;
 }
 
+bool sysfs_path(const std::string& vpath) {
+    return under(vpath, "/sys") && !under(vpath, "/sys/kernel/debug");
+}
+
 std::string bed_file(const std::string& vpath) {
     const std::string& bed = env_bed();
     if (bed.empty()) return std::string();

@@ -2,12 +2,13 @@
 // emulated prefixes are redirected into the bed's root/ (and never reach the real system: a
 // file the bed lacks does not exist); descriptors opened on emulated driver nodes are tracked
 // and ioctl on them is answered by the emulated drivers. Directory listings of emulated
-// directories come back sorted by name, so that every run sees the same order.
+// directories come back sorted by name, or in sysfs hash order when the bed asks for it, so
+// that every run sees the same order. While a bed is active no ioctl reaches a device or
+// network interface of the machine (see the ioctl wrapper).
 #undef _FORTIFY_SOURCE
 #include <dirent.h>
 #include <dlfcn.h>
 #include <fcntl.h>
-#include <linux/sockios.h>
 #include <stdarg.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -28,6 +29,7 @@
 
 #include "bed.h"
 #include "emu.h"
+#include "sysfs_order.h"
 
 using kvosim::NodeKind;
 using kvosim::NodeRef;
@@ -133,15 +135,22 @@ bool tracked(int fd, std::string& vpath) {
     return true;
 }
 
-void load_sorted(DIR* d) {
+// Reads the bed's copy of the directory whole and puts it in the order the emulated file
+// system lists it: sysfs hash order when the bed asks for it, else by name.
+void load_listing(DIR* d, bool hash_order) {
     static const auto real_readdir64 = next_fn<struct dirent64* (*)(DIR*)>("readdir64");
     if (d == nullptr || real_readdir64 == nullptr) return;
     DirList l;
     int saved = errno;
     while (struct dirent64* e = real_readdir64(d)) l.ents.push_back(*e);
     errno = saved;
-    std::sort(l.ents.begin(), l.ents.end(),
-              [](const struct dirent64& a, const struct dirent64& b) { return strcmp(a.d_name, b.d_name) < 0; });
+    if (hash_order)
+        std::sort(l.ents.begin(), l.ents.end(), [](const struct dirent64& a, const struct dirent64& b) {
+            return kvosim::kernfs_before(a.d_name, b.d_name);
+        });
+    else
+        std::sort(l.ents.begin(), l.ents.end(),
+                  [](const struct dirent64& a, const struct dirent64& b) { return strcmp(a.d_name, b.d_name) < 0; });
     Tables& t = tables();
     std::lock_guard<std::mutex> g(t.mu);
     t.dirs[d] = std::move(l);
@@ -343,12 +352,13 @@ DIR* opendir(const char* path) {
         errno = ENOENT;
         return nullptr;
     }
-    if (int e = kvosim::open_fault(r.vpath)) {
+    bool hash_order = false;
+    if (int e = kvosim::open_fault(r.vpath, &hash_order)) {
         errno = e;
         return nullptr;
     }
     DIR* d = real(r.real.c_str());
-    if (d != nullptr) load_sorted(d);
+    if (d != nullptr) load_listing(d, hash_order);
     return d;
 }
 
@@ -357,7 +367,7 @@ DIR* fdopendir(int fd) {
     std::string v;
     bool emulated = tracked(fd, v);
     DIR* d = real ? real(fd) : nullptr;
-    if (d != nullptr && emulated) load_sorted(d);
+    if (d != nullptr && emulated) load_listing(d, kvosim::hash_listing(v));
     return d;
 }
 
@@ -768,9 +778,15 @@ int ioctl(int fd, unsigned long request, ...) {
         NodeRef n = kvosim::classify_node(v);
         if (n.kind != NodeKind::none) return kvosim::node_ioctl(n, request, arg);
     }
-    if (request == SIOCETHTOOL && !kvosim::env_bed().empty()) {
-        int rc = -1;
-        if (kvosim::ethtool_ioctl(arg, &rc)) return rc;
+    // Nothing reaches a device or network interface of the machine while a bed is active;
+    // regular files, pipes, a socket's own requests and terminals are the process's business.
+    if (!kvosim::env_bed().empty()) {
+        struct stat sb;
+        if (fstat(fd, &sb) == 0) {
+            if (S_ISSOCK(sb.st_mode) && kvosim::netdev_request(request)) return kvosim::net_ioctl(request, arg);
+            if (S_ISBLK(sb.st_mode) || (S_ISCHR(sb.st_mode) && !kvosim::own_char_device(sb.st_rdev)))
+                return kvosim::refuse_device_ioctl(fd, request);
+        }
     }
     return real ? real(fd, request, arg) : -1;
 }

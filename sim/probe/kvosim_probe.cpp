@@ -7,8 +7,13 @@
 //        timeout split (din buffer apart from dout)
 //   kvosim_probe ls|lsat|scandir|stat|cat|open|realpath|readlink PATH ;  write PATH TEXT ;  mount
 //   kvosim_probe ethtool IF flashdev FILE [REGION]
-//   kvosim_probe ethtool IF geeprom MAGIC OFFSET LEN
-//   kvosim_probe ethtool IF seeprom MAGIC OFFSET HEXBYTES   (the length word is prepended)
+//   kvosim_probe ethtool IF geeprom MAGIC OFFSET LEN [MAPPED]  data, then what the kernel
+//        reported; MAPPED: only that many bytes of the caller's data buffer are mapped
+//   kvosim_probe ethtool IF seeprom MAGIC OFFSET DATA [WORD]  the length word (default: the
+//        data's length) is prepended; DATA is hex bytes, or @N for N bytes of the test pattern
+//   kvosim_probe ifioctl IF REQUEST             a socket ioctl whose ifreq names IF
+//   kvosim_probe devioctl PATH REQUEST          an ioctl on a file opened read-only
+//   kvosim_probe fdioctl FD REQUEST             an ioctl on an inherited descriptor
 //   kvosim_probe threads N NODE KVOD            N threads x 20 information requests
 #include <dirent.h>
 #include <fcntl.h>
@@ -16,6 +21,7 @@
 #include <linux/bsg.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -319,36 +325,93 @@ int cmd_ethtool(int argc, char** argv) {
         uint32_t cmd, magic, offset, len;
         uint8_t data[];
     };
-    if (op == "geeprom" && argc == 5) {
+    if (op == "geeprom" && (argc == 5 || argc == 6)) {
         uint32_t len = static_cast<uint32_t>(num(argv[4]));
-        std::vector<uint8_t> buf(16 + len);
-        auto* e = reinterpret_cast<Eeprom*>(buf.data());
+        // With MAPPED, only that many bytes of the data area are mapped: the rest of the
+        // caller's buffer lies in an inaccessible page.
+        const size_t mapped = argc == 6 ? num(argv[5]) : len;
+        const size_t page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
+        const size_t need = 16 + mapped;
+        const size_t span = (need + page - 1) / page * page;
+        void* map = mmap(nullptr, span + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        if (map == MAP_FAILED || mprotect(static_cast<uint8_t*>(map) + span, page, PROT_NONE) != 0) return fail("mmap");
+        uint8_t* buf = static_cast<uint8_t*>(map) + span - need;
+        auto* e = reinterpret_cast<Eeprom*>(buf);
         e->cmd = KVO_ETHTOOL_GEEPROM;
         e->magic = static_cast<uint32_t>(num(argv[2]));
         e->offset = static_cast<uint32_t>(num(argv[3]));
         e->len = len;
-        if (ethtool(ifname, e) != 0) return 1;
-        printf("rc=0 data=");
-        for (uint32_t i = 0; i < len && i < 64; i++) printf("%02x", buf[16 + i]);
-        printf("\n");
-        return 0;
+        int rc = ethtool(ifname, e);
+        if (rc == 0) {
+            printf("rc=0 data=");
+            for (uint32_t i = 0; i < len; i++) printf("%02x", buf[16 + i]);
+            printf("\n");
+        }
+        // What came back in the request itself (a read reports how much it did).
+        printf("reply=magic 0x%08X offset 0x%X len %u\n", e->magic, e->offset, e->len);
+        munmap(map, span + page);
+        return rc;
     }
-    if (op == "seeprom" && argc == 5) {
-        std::string hex = argv[4];
-        uint32_t n = static_cast<uint32_t>(hex.size() / 2);
-        std::vector<uint8_t> buf(16 + 4 + n);
+    if (op == "seeprom" && (argc == 5 || argc == 6)) {
+        const std::string data_arg = argv[4];
+        std::vector<uint8_t> bytes;
+        if (!data_arg.empty() && data_arg[0] == '@') {
+            bytes.resize(num(data_arg.c_str() + 1));
+            for (size_t i = 0; i < bytes.size(); i++) bytes[i] = static_cast<uint8_t>((i * 37 + 11) & 0xFF);
+        } else {
+            for (size_t i = 0; i + 1 < data_arg.size(); i += 2)
+                bytes.push_back(static_cast<uint8_t>(strtoul(data_arg.substr(i, 2).c_str(), nullptr, 16)));
+        }
+        uint32_t n = static_cast<uint32_t>(bytes.size());
+        uint32_t word = argc == 6 ? static_cast<uint32_t>(num(argv[5])) : n;
+        std::vector<uint8_t> buf(16 + 4 + bytes.size());
         auto* e = reinterpret_cast<Eeprom*>(buf.data());
         e->cmd = KVO_ETHTOOL_SEEPROM;
         e->magic = static_cast<uint32_t>(num(argv[2]));
         e->offset = static_cast<uint32_t>(num(argv[3]));
         e->len = n + 4;
-        memcpy(e->data, &n, 4);
-        for (uint32_t i = 0; i < n; i++) e->data[4 + i] = static_cast<uint8_t>(strtoul(hex.substr(i * 2, 2).c_str(), nullptr, 16));
+        memcpy(e->data, &word, 4);
+        if (n > 0) memcpy(e->data + 4, bytes.data(), n);
         if (ethtool(ifname, e) != 0) return 1;
         printf("rc=0\n");
         return 0;
     }
     return 2;
+}
+
+void print_rc(int rc, const char* what) {
+    if (rc == 0) printf("rc=0\n");
+    else fail(what);
+}
+
+int cmd_ifioctl(const char* ifname, unsigned long request) {
+    int s = socket(AF_INET, SOCK_DGRAM, 0);
+    if (s < 0) return fail("socket");
+    uint8_t data[64] = {};
+    ifreq ifr{};
+    snprintf(ifr.ifr_name, sizeof ifr.ifr_name, "%s", ifname);
+    ifr.ifr_data = reinterpret_cast<char*>(data);
+    int rc = ioctl(s, request, &ifr);
+    print_rc(rc, "ioctl");
+    close(s);
+    return rc == 0 ? 0 : 1;
+}
+
+int cmd_devioctl(const char* path, unsigned long request) {
+    int fd = open(path, O_RDONLY | O_NONBLOCK);
+    if (fd < 0) return fail("open");
+    uint8_t data[256] = {};
+    int rc = ioctl(fd, request, data);
+    print_rc(rc, "ioctl");
+    close(fd);
+    return rc == 0 ? 0 : 1;
+}
+
+int cmd_fdioctl(int fd, unsigned long request) {
+    uint8_t data[256] = {};
+    int rc = ioctl(fd, request, data);
+    print_rc(rc, "ioctl");
+    return rc == 0 ? 0 : 1;
 }
 
 int cmd_threads(int n, const std::string& node, int kvod) {
@@ -387,6 +450,12 @@ int main(int argc, char** argv) {
         rc = cmd_bsg(argv[2], static_cast<uint32_t>(num(argv[3])), static_cast<int>(num(argv[4])), argc - 5, argv + 5);
     else if (cmd == "write" && argc == 4)
         rc = cmd_fs(cmd, argv[2], argv[3]);
+    else if (cmd == "ifioctl" && argc == 4)
+        rc = cmd_ifioctl(argv[2], num(argv[3]));
+    else if (cmd == "devioctl" && argc == 4)
+        rc = cmd_devioctl(argv[2], num(argv[3]));
+    else if (cmd == "fdioctl" && argc == 4)
+        rc = cmd_fdioctl(static_cast<int>(num(argv[2])), num(argv[3]));
     else if (argc == 3 && cmd != "threads" && cmd != "ethtool")
         rc = cmd_fs(cmd, argv[2], nullptr);
     else if (cmd == "mount" && argc == 2) {

@@ -174,7 +174,11 @@ Bed Bed::make(const std::vector<std::string>& create_args, const std::string& ho
     return Bed(top, dir);
 }
 
-Bed Bed::preset(const std::string& name) { return make({"--preset", name}, ""); }
+Bed Bed::preset(const std::string& name, const std::vector<std::string>& options) {
+    std::vector<std::string> args = {"--preset", name};
+    args.insert(args.end(), options.begin(), options.end());
+    return make(args, "");
+}
 
 Bed Bed::from_json(const std::string& host_json) { return make({"--host"}, host_json); }
 

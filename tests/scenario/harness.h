@@ -35,9 +35,10 @@ std::string probe_bin();  // kvosim_probe, next to kvosim
 
 class Bed {
 public:
-    // A bed from a bundled preset (empty, fc, demo, large) or a host description (JSON text,
-    // the schema of sim/README.md). A bed that cannot be made fails the test at once.
-    static Bed preset(const std::string& name);
+    // A bed from a bundled preset (empty, fc, demo, large; options are further words of
+    // kvosim create, such as {"--sysfs-order", "hash"}) or a host description (JSON text, the
+    // schema of sim/README.md). A bed that cannot be made fails the test at once.
+    static Bed preset(const std::string& name, const std::vector<std::string>& options = {});
     static Bed from_json(const std::string& host_json);
 
     Bed(Bed&& o) noexcept;
