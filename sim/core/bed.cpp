@@ -83,12 +83,22 @@ Adapter* State::adapter_of(const Function& f) {
 
 // The kernel probes PCI devices bus by bus in address order; each driver numbers the
 // functions it binds in that order. Addresses are fixed-width lower-case hex (the model checks
-// them), so text order is address order.
+// them), so text order is address order. A storage function whose attach did not complete
+// registered no SCSI host (the nohost fault) and is no instance: the storage driver numbers
+// only the functions it attached.
 Instances probe_order(const Host& h) {
+    auto attached = [&h](const Function& f) {
+        for (const Fault& x : h.faults)
+            if (x.kind == "nohost" && x.path == f.pci) return false;
+        return true;
+    };
     Instances in;
     for (const Adapter& a : h.adapters)
         for (const Port& p : a.ports)
-            for (const Function& f : p.functions) (f.driver == Driver::kvo ? in.storage : in.eth).push_back(f.pci);
+            for (const Function& f : p.functions) {
+                if (f.driver == Driver::kvo && !attached(f)) continue;
+                (f.driver == Driver::kvo ? in.storage : in.eth).push_back(f.pci);
+            }
     std::sort(in.storage.begin(), in.storage.end());
     std::sort(in.eth.begin(), in.eth.end());
     return in;

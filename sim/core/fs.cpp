@@ -194,8 +194,13 @@ bool materialise(State& st, bool create, std::string& why) {
             remove_path(root + f.path);
         } else if (f.kind == "nohost") {
             FnRef r = st.by_pci(f.path);
-            if (r.fn != nullptr && r.fn->driver == Driver::kvo)
-                remove_path(root + "/sys/bus/pci/drivers/kvo/" + f.path + "/host" + std::to_string(r.fn->host));
+            if (r.fn != nullptr && r.fn->driver == Driver::kvo) {
+                // An attach that failed registered no SCSI host, so no FC host node either.
+                const std::string hn = std::to_string(r.fn->host);
+                remove_path(root + "/sys/bus/pci/drivers/kvo/" + f.path + "/host" + hn);
+                remove_path(root + "/dev/bsg/fc_host" + hn);
+                remove_path(root + "/dev/fc_host" + hn);
+            }
         }
     }
     return true;

@@ -171,22 +171,24 @@ TEST(DiscoveryFunctions, FunctionWithoutHostEntryIsSkippedAndTheNextTakesItsInst
     Result r = bed.qmx({"adapter", "--list"});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.err, "");
-    // qmx numbers the remaining functions from 0; the driver keeps its own numbers (the
-    // function without a host entry is still its instance 0), which the log shows. On /dev/kvo,
-    // where kvod_num chooses, kvod 1 is therefore 0000:03:00.1, not the 0000:04:00.0 qmx meant,
-    // as it would be with a real driver.
+    // A function the driver could not attach registered no SCSI host and is no instance of the
+    // driver: qmx and the driver both number the remaining functions from 0, so every request
+    // reaches the function it names, on bsg nodes and on /dev/kvo alike.
     const std::vector<std::string> reqs = ioc_requests(bed);
     ASSERT_GE(reqs.size(), 4u);
-    EXPECT_EQ(reqs[0], "bsg /dev/fc_host3 IOC_GET_INFO vcmd=4 kvod=0 inst=1 -> status=0");
+    EXPECT_EQ(reqs[0], "bsg /dev/fc_host3 IOC_GET_INFO vcmd=4 kvod=0 -> status=0");
     EXPECT_EQ(reqs[1], "ioctl /dev/kvo IOC_GET_INFO kvod=1 -> status=0");
-    EXPECT_EQ(reqs[2], "bsg /dev/bsg/fc_host7 IOC_GET_INFO vcmd=4 kvod=2 inst=3 -> status=0");
+    EXPECT_EQ(reqs[2], "bsg /dev/bsg/fc_host7 IOC_GET_INFO vcmd=4 kvod=2 -> status=0");
     // Ethernet instances still count from 0.
     EXPECT_EQ(reqs[3], "tqe /dev/tqe IOC_GET_INFO kvod=0 -> status=0");
     EXPECT_EQ(count_with(reqs, "fc_host5"), 0u);
-    // The adapter keeps its remaining port 1, so it still has two port numbers.
+    // The adapter keeps its remaining port 1, so it still has two port numbers, and the other
+    // adapters are all there.
     EXPECT_NE(r.out.find(list_row(1, 2, "0000:03:00.0", "FC", "TV-1862", "TVA0000001")),
               std::string::npos)
         << r.out;
+    EXPECT_NE(r.out.find("TVB0000002"), std::string::npos) << r.out;
+    EXPECT_EQ(bed.qmx({"adapter", "--query", "2", "port"}).status, 0);
     EXPECT_TRUE(bed.log_clean());
 }
 

@@ -208,13 +208,15 @@ TEST(SimInstances, DriversNumberFunctionsInPciOrderWhateverSysfsShows) {
     EXPECT_EQ(bed.probe({"info", "/dev/kvo", "5"}).out, "rc=-1 errno=22 (Invalid argument) ioctl\n");
     EXPECT_EQ(bed.probe({"info", "/dev/tqe", "3"}).out, "rc=-1 errno=22 (Invalid argument) ioctl\n");
 
-    // A function whose host entry is missing from sysfs keeps its instance, and so do the
-    // others: the driver probed it all the same.
+    // A function the driver could not attach registered no SCSI host: it has no host entry,
+    // no transport node and no instance; the functions after it take the numbers.
     Bed fc = Bed::preset("fc");
     fc.fault({"nohost", "0000:03:00.0"});
-    EXPECT_EQ(value(fc.probe({"info", "/dev/kvo", "0"}), "hwpath"), "0000:03:00.0");
-    EXPECT_EQ(value(fc.probe({"info", "/dev/kvo", "1"}), "hwpath"), "0000:03:00.1");
-    EXPECT_EQ(value(fc.probe({"info", "/dev/bsg/fc_host5", "0"}), "hwpath"), "0000:03:00.0");
+    EXPECT_EQ(value(fc.probe({"info", "/dev/kvo", "0"}), "hwpath"), "0000:03:00.1");
+    EXPECT_EQ(fc.probe({"info", "/dev/kvo", "1"}).out, "rc=-1 errno=22 (Invalid argument) ioctl\n");
+    EXPECT_EQ(value(fc.probe({"info", "/dev/bsg/fc_host6", "0"}), "hwpath"), "0000:03:00.1");
+    EXPECT_EQ(fc.probe({"info", "/dev/bsg/fc_host5", "0"}).out.rfind("rc=-1 errno=2 ", 0), 0u);
+    fc.clear_log();
     EXPECT_TRUE(fc.log_clean());
 }
 
