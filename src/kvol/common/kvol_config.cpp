@@ -465,7 +465,9 @@ void kvol_config_set_vportdata(int idx, const char* value) {
     r.flags[0] |= KVOL_W0_VPORT;
     char pwwn[sizeof r.vport->pwwn];
     copy_field(pwwn, tok[0]);
-    if (strspn(pwwn, kTrimSet) == strlen(pwwn)) {  // nothing to key a node on
+    // The fields are positional: a blank port WWN is still a vport, keyed by that blank.
+    // Only a value with no field at all (nothing but blanks and quotes) adds no vport.
+    if (count == 1 && strspn(pwwn, kTrimSet) == strlen(pwwn)) {
         kvol_release_mutex_lock(&vportmutex);
         return;
     }
@@ -506,20 +508,20 @@ void kvol_config_set_trsdata(int idx, const char* value) {
     char* save = nullptr;
     const char* delims = "\",;";
     char* tok = strtok_r(buf, delims, &save);
-    int wanted = tok ? kvol_config_get_num(tok) : 0;
-    wanted = std::min(wanted, KVOL_CFG_MAX_TRS);
+    const int announced = tok ? kvol_config_get_num(tok) : 0;
     memset(r.trs_list, 0, sizeof r.trs_list);
     int got = 0;
-    // Clipped to the list's room and to the pairs actually present and well formed.
-    while (got < wanted) {
+    // Each announced pair is read on its own: a malformed one is left out and the pairs after
+    // it still count. Stored: as many well-formed pairs as are present, up to the list's room.
+    const char* fmt = "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx:%hhx:%hhx";
+    for (int pair = 0; pair < announced && got < KVOL_CFG_MAX_TRS; ++pair) {
         char* l = strtok_r(nullptr, delims, &save);
         char* rw = l ? strtok_r(nullptr, delims, &save) : nullptr;
         if (!rw) break;
         uint8_t lb[8], rb[8];
-        const char* fmt = "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx:%hhx:%hhx";
         if (sscanf(l, fmt, &lb[0], &lb[1], &lb[2], &lb[3], &lb[4], &lb[5], &lb[6], &lb[7]) != 8 ||
             sscanf(rw, fmt, &rb[0], &rb[1], &rb[2], &rb[3], &rb[4], &rb[5], &rb[6], &rb[7]) != 8)
-            break;
+            continue;
         memcpy(&r.trs_list[got].lpwwn, lb, 8);
         memcpy(&r.trs_list[got].rpwwn, rb, 8);
         ++got;
@@ -542,12 +544,11 @@ void kvol_config_parse(const char* line) {
         kvol_config_set_data(KVOL_CFG_AD_ID, n, key);
         kvol_config_get_key("-", "=", line, temp, key);
         kvol_config_get_data("=", line, temp, value);
-        if (strstr(key, "name"))
-            kvol_config_set_data(KVOL_CFG_AD_NAME, n, value);
-        else if (strstr(key, "power"))
-            kvol_config_set_data(KVOL_CFG_AD_POWER, n, value);
-        else if (strstr(key, "trunk"))
-            kvol_config_set_data(KVOL_CFG_AD_TRUNK, n, value);
+        // Three separate tests: the key holds the serial too, and a serial that happens to
+        // contain "name" must not hide the trunk setting of its line.
+        if (strstr(key, "name")) kvol_config_set_data(KVOL_CFG_AD_NAME, n, value);
+        if (strstr(key, "power")) kvol_config_set_data(KVOL_CFG_AD_POWER, n, value);
+        if (strstr(key, "trunk")) kvol_config_set_data(KVOL_CFG_AD_TRUNK, n, value);
         n++;
         return;
     }
