@@ -120,24 +120,39 @@ TEST_F(ConfigTest, ASymlinkedFileIsRewrittenThroughTheLink) {
     unlink(real.c_str());
 }
 
-TEST_F(ConfigTest, AWriteThatFallsShortIsAnIoError) {
-    constexpr rlim_t kLimit = 256;  // less than the section headers alone
-    write_file("");
-    int rc = in_child_within(10, [&] {
-        signal(SIGXFSZ, SIG_IGN);
-        rlimit lim{};
-        getrlimit(RLIMIT_FSIZE, &lim);
-        lim.rlim_cur = kLimit;
-        if (setrlimit(RLIMIT_FSIZE, &lim) != 0) return 100;
-        if (kvol_config_load(path()) != KVO_STATUS_OK) return 101;
-        kvo_status_t st = kvol_config_sync(path());
-        // The failure released the lock.
-        if (kvol_config_load(path()) != KVO_STATUS_OK) return 102;
-        return static_cast<int>(st);
-    });
-    EXPECT_EQ(rc, KVO_STATUS_EIO);
-    // The part that fitted was written and the rest was tried again, not dropped silently.
-    EXPECT_EQ(read_file().size(), kLimit);
+TEST_F(ConfigTest, AWriteThatFallsShortIsAnIoErrorAndNeverEmptiesTheFile) {
+    constexpr size_t kLimit = 256;  // less than the section headers alone
+    load_empty();
+    const std::string text = render();  // what a load of a file of comments writes back
+    kvol_config_unload();
+    const struct {
+        const char* what;
+        std::string before;
+        std::string after;  // what the file holds once the write has failed
+    } cases[] = {
+        {"from empty: the part that fits", "", text.substr(0, kLimit)},
+        // Written over, not truncated first: the old bytes past the failure are still there.
+        {"over a longer file: nothing cut", std::string(4000, '#'),
+         text.substr(0, kLimit) + std::string(4000 - kLimit, '#')},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        write_file(c.before);
+        int rc = in_child_within(10, [&] {
+            signal(SIGXFSZ, SIG_IGN);
+            rlimit lim{};
+            getrlimit(RLIMIT_FSIZE, &lim);
+            lim.rlim_cur = kLimit;
+            if (setrlimit(RLIMIT_FSIZE, &lim) != 0) return 100;
+            if (kvol_config_load(path()) != KVO_STATUS_OK) return 101;
+            kvo_status_t st = kvol_config_sync(path());
+            // The failure released the lock.
+            if (kvol_config_load(path()) != KVO_STATUS_OK) return 102;
+            return static_cast<int>(st);
+        });
+        EXPECT_EQ(rc, KVO_STATUS_EIO);
+        EXPECT_EQ(read_file(), c.after);
+    }
 }
 
 TEST_F(ConfigTest, TheCallersSignalMaskIsRestored) {

@@ -713,8 +713,8 @@ bool holds(int fd, const text_buffer& text) {
 }
 
 // Signals whose default action ends the process and that can be blocked. A rewrite runs with
-// them blocked, so Ctrl-C, a hang-up or a kill(1) arriving between the truncation and the
-// end of the write cannot leave the file empty or cut; they are delivered right after. The
+// them blocked, so Ctrl-C, a hang-up or a kill(1) arriving in the middle cannot leave the file
+// half written; they are delivered right after. The
 // faults (SIGSEGV, SIGBUS, ...) stay unblocked: they are this process's own.
 void terminating_signals(sigset_t* set) {
     sigemptyset(set);
@@ -724,14 +724,17 @@ void terminating_signals(sigset_t* set) {
     for (int sig = SIGRTMIN; sig <= SIGRTMAX; ++sig) sigaddset(set, sig);
 }
 
-// The in-place rewrite: truncate, one write of the whole text (continued only after a short
-// write), fsync. KVO_STATUS_EIO when any step fails; the file may then be short.
+// The in-place rewrite: one write of the whole text over the old one from the start (continued
+// only after a short write), the file cut to the text's length when it was longer, fsync.
+// Writing before cutting means the file is never empty, not even for the moment a truncation
+// to zero takes, which on a journalling file system can be milliseconds; a reader or a SIGKILL
+// sees the old text, the new one, or (shrinking only) the new text followed by the old tail.
+// KVO_STATUS_EIO when any step fails; the file may then hold part of the new text.
 kvo_status_t rewrite(int fd, const text_buffer& text) {
     sigset_t block, old;
     terminating_signals(&block);
     pthread_sigmask(SIG_BLOCK, &block, &old);
     kvo_status_t st = KVO_STATUS_OK;
-    if (ftruncate(fd, 0) != 0) st = KVO_STATUS_EIO;
     for (size_t done = 0; st == KVO_STATUS_OK && done < text.size;) {
         ssize_t k = pwrite(fd, text.data + done, text.size - done, static_cast<off_t>(done));
         if (k < 0 && errno == EINTR) continue;
@@ -740,6 +743,11 @@ kvo_status_t rewrite(int fd, const text_buffer& text) {
         else
             done += static_cast<size_t>(k);
     }
+    struct stat now;
+    if (st == KVO_STATUS_OK && fstat(fd, &now) != 0) st = KVO_STATUS_EIO;
+    if (st == KVO_STATUS_OK && static_cast<size_t>(now.st_size) > text.size &&
+        ftruncate(fd, static_cast<off_t>(text.size)) != 0)
+        st = KVO_STATUS_EIO;
     if (st == KVO_STATUS_OK && fsync(fd) != 0) st = KVO_STATUS_EIO;
     pthread_sigmask(SIG_SETMASK, &old, nullptr);
     return st;

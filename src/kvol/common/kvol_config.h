@@ -252,8 +252,8 @@ kvo_status_t kvol_lock_conf_file(const char* path);
 void kvol_unlock_conf_file();
 // Writes the tables back in place and releases the lock. Skips the write when the file already
 // holds exactly that text. KVO_STATUS_EFOPEN when path is not an openable regular file,
-// KVO_STATUS_EIO when the truncation, the write or the fsync fails (the file may then be
-// short), KVO_STATUS_ENOMEM when the text cannot be built.
+// KVO_STATUS_EIO when the write, the cut to length or the fsync fails (the file may then hold
+// part of the new text), KVO_STATUS_ENOMEM when the text cannot be built.
 kvo_status_t kvol_config_sync(const char* path);
 void kvol_config_unload();  // releases the lock without writing
 void kvol_config_ad_update(FILE* stream);
