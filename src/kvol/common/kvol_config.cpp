@@ -714,8 +714,8 @@ bool holds(int fd, const text_buffer& text) {
 
 // Signals whose default action ends the process and that can be blocked. A rewrite runs with
 // them blocked, so Ctrl-C, a hang-up or a kill(1) arriving in the middle cannot leave the file
-// half written; they are delivered right after. The
-// faults (SIGSEGV, SIGBUS, ...) stay unblocked: they are this process's own.
+// half written; they are delivered right after. The faults (SIGSEGV, SIGBUS, ...) stay
+// unblocked: they are this process's own.
 void terminating_signals(sigset_t* set) {
     sigemptyset(set);
     for (int sig : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGALRM, SIGTERM, SIGUSR1, SIGUSR2, SIGXCPU,
