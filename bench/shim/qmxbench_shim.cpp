@@ -26,6 +26,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <sys/file.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
@@ -107,6 +108,12 @@ struct Totals {
     std::atomic<int> conf_fd{-1};
     std::atomic<uint64_t> conf_t0{0}, conf_emu0{0};
     std::atomic<uint64_t> conf_tx{0}, conf_ns{0}, conf_emu_ns{0}, conf_reads{0}, conf_writes{0};
+    // Waiting for the file's lock: from the lock descriptor's open to the flock that took the
+    // lock (or to its close, when the lock was never had), and the attempts that found it busy.
+    std::atomic<bool> conf_locked{false};
+    std::atomic<uint64_t> conf_lock_wait_ns{0}, conf_lock_busy{0}, conf_lock_gave_up{0};
+    // Holding it: from that flock to the descriptor's close.
+    std::atomic<uint64_t> conf_t_locked{0}, conf_hold_ns{0};
 };
 
 Totals g_totals;
@@ -162,12 +169,19 @@ void conf_opened(const char* path, int flags, int fd) {
     if ((flags & O_ACCMODE) != O_RDWR) return;  // the lock descriptor opens the transaction
     g_totals.conf_t0 = now_ns();
     g_totals.conf_emu0 = emulator_ns();
+    g_totals.conf_locked = false;
     g_totals.conf_fd = fd;
 }
 
 void conf_closing(int fd) {
     if (fd < 0 || fd != g_totals.conf_fd.load()) return;
     g_totals.conf_fd = -1;
+    if (g_totals.conf_locked.exchange(true)) {
+        g_totals.conf_hold_ns += now_ns() - g_totals.conf_t_locked.load();
+    } else {
+        g_totals.conf_lock_wait_ns += now_ns() - g_totals.conf_t0.load();
+        g_totals.conf_lock_gave_up++;
+    }
     g_totals.conf_tx++;
     g_totals.conf_ns += now_ns() - g_totals.conf_t0.load();
     g_totals.conf_emu_ns += emulator_ns() - g_totals.conf_emu0.load();
@@ -184,6 +198,8 @@ void reset_in_child() {
     g_totals.wrapped_ns = g_totals.real_ns = g_totals.first_ns = 0;
     g_totals.conf_tx = g_totals.conf_ns = g_totals.conf_emu_ns = 0;
     g_totals.conf_reads = g_totals.conf_writes = 0;
+    g_totals.conf_lock_wait_ns = g_totals.conf_lock_busy = g_totals.conf_lock_gave_up = 0;
+    g_totals.conf_hold_ns = 0;
     g_totals.conf_fd = -1;
 }
 
@@ -204,7 +220,9 @@ __attribute__((destructor)) void finish() {
     unsigned long long calls = 0;
     for (const Bucket& b : g_totals.b) calls += b.calls.load();
     put("proc pid=%d calls=%llu wrapped_ns=%llu real_ns=%llu conf_tx=%llu conf_ns=%llu conf_emu_ns=%llu "
-        "conf_reads=%llu conf_writes=%llu first_ns=%llu first_entry=%s\n",
+        "conf_reads=%llu conf_writes=%llu lock_wait_ns=%llu lock_busy=%llu lock_gave_up=%llu lock_hold_ns=%llu "
+        "first_ns=%llu "
+        "first_entry=%s\n",
         static_cast<int>(getpid()), calls, static_cast<unsigned long long>(g_totals.wrapped_ns.load()),
         static_cast<unsigned long long>(g_totals.real_ns.load()),
         static_cast<unsigned long long>(g_totals.conf_tx.load()),
@@ -212,6 +230,10 @@ __attribute__((destructor)) void finish() {
         static_cast<unsigned long long>(g_totals.conf_emu_ns.load()),
         static_cast<unsigned long long>(g_totals.conf_reads.load()),
         static_cast<unsigned long long>(g_totals.conf_writes.load()),
+        static_cast<unsigned long long>(g_totals.conf_lock_wait_ns.load()),
+        static_cast<unsigned long long>(g_totals.conf_lock_busy.load()),
+        static_cast<unsigned long long>(g_totals.conf_lock_gave_up.load()),
+        static_cast<unsigned long long>(g_totals.conf_hold_ns.load()),
         static_cast<unsigned long long>(g_totals.first_ns.load()), kNames[g_totals.first_id.load()]);
     for (int i = 0; i < e_count; i++)
         if (g_totals.b[i].calls.load() != 0)
@@ -241,6 +263,32 @@ int qmxbench_program_frame() { return t_depth > 0 && t_depth <= kMaxDepth && t_f
 void qmxbench_add_real(uint64_t ns) {
     g_totals.b[t_top].real_ns.fetch_add(ns, std::memory_order_relaxed);
     g_totals.real_ns.fetch_add(ns, std::memory_order_relaxed);
+}
+
+// Not wrapped by the emulator, so not timed as frames: they only follow the configuration
+// file. The lock is taken with non-blocking attempts and a pause after each busy one, so the
+// wait shows as the time from the lock descriptor's open to the attempt that succeeds.
+int flock(int fd, int op) {
+    static const auto next = next_fn<int (*)(int, int)>("flock");
+    int rc = next(fd, op);
+    if (fd >= 0 && fd == g_totals.conf_fd.load() && (op & LOCK_EX)) {
+        if (rc != 0)
+            g_totals.conf_lock_busy++;
+        else if (!g_totals.conf_locked.exchange(true)) {
+            const uint64_t t = now_ns();
+            g_totals.conf_t_locked = t;
+            g_totals.conf_lock_wait_ns += t - g_totals.conf_t0.load();
+        }
+    }
+    return rc;
+}
+
+// A rewrite through the lock descriptor ends with its fsync (a rewrite through an O_TRUNC
+// fopen is counted there).
+int fsync(int fd) {
+    static const auto next = next_fn<int (*)(int)>("fsync");
+    if (fd >= 0 && fd == g_totals.conf_fd.load()) g_totals.conf_writes++;
+    return next(fd);
 }
 
 }  // extern "C"

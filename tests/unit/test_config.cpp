@@ -395,6 +395,14 @@ TEST_F(ConfigTest, AdapterLinesEachTakeARecordEvenForOneSerial) {
         contains(out, "# \nadapter-S1-trunk = \"TRUE\";\nadapter-S1-trunk = \"FALSE\";\n\n"));
 }
 
+TEST_F(ConfigTest, AdapterKeyWordsAreTestedIndependently) {
+    // The key carries the serial: a serial containing "name" must not hide its line's trunk.
+    load("adapter-name7-trunk = \"TRUE\";\n");
+    EXPECT_EQ(ad_config_data[0].flags[0], KVOL_AD_INUSE | KVOL_AD_NAME | KVOL_AD_TRUNK);
+    EXPECT_EQ(ad_config_data[0].ad_trunk, 1);
+    EXPECT_STREQ(ad_config_data[0].name, "TRUE");
+}
+
 TEST_F(ConfigTest, MoreThan128AdapterLinesAreDropped) {
     std::string text;
     for (int i = 0; i < 200; ++i) text += "adapter-SN" + std::to_string(i) + "-name = \"n\";\n";
@@ -448,7 +456,10 @@ TEST_F(ConfigTest, TargetResetCountIsClippedToTheListAndThePairsPresent) {
     load("kvo0-trs-cfg = \"20;" + pairs + "\";\n" +
          "kvo1-trs-cfg = \"5;10:00:00:00:00:00:00:01,20:00:00:00:00:00:00:01;"
          "10:00:00:00:00:00:00:02,20:00:00:00:00:00:00:02;\";\n" +
-         "kvo2-trs-cfg = \"2;10:00:00:00:00:00:00:01,garbage;\";\n" + "kvo3-trs-cfg = \"\";\n");
+         "kvo2-trs-cfg = \"2;10:00:00:00:00:00:00:01,garbage;\";\n" + "kvo3-trs-cfg = \"\";\n" +
+         // Malformed pairs are left out one by one; the well-formed one after them stays.
+         "kvo4-trs-cfg = \"3;10:00:00:00:00:00:00:01,garbage;zz,20:00:00:00:00:00:00:02;"
+         "10:00:00:00:00:00:00:03,20:00:00:00:00:00:00:03;\";\n");
     EXPECT_EQ(ioc_config_data[0].trs_count, 16);
     EXPECT_EQ(ioc_config_data[0].trs_list[15].rpwwn, wwn_of("20:00:00:00:00:00:00:0f"));
     EXPECT_EQ(ioc_config_data[1].trs_count, 2);
@@ -458,6 +469,7 @@ TEST_F(ConfigTest, TargetResetCountIsClippedToTheListAndThePairsPresent) {
     std::string out = sync();
     EXPECT_TRUE(contains(out, "kvo0-trs-cfg = \"16;10:00:00:00:00:00:00:00,"));
     EXPECT_TRUE(contains(out, "kvo2-trs-cfg = \"0;\";\nkvo3-trs-cfg = \"0;\";\n"));
+    EXPECT_TRUE(contains(out, "kvo4-trs-cfg = \"1;10:00:00:00:00:00:00:03,20:00:00:00:00:00:00:03;\";\n"));
 }
 
 TEST_F(ConfigTest, VportLinesAddOrReplaceByPortWwn) {
@@ -465,7 +477,8 @@ TEST_F(ConfigTest, VportLinesAddOrReplaceByPortWwn) {
         "kvo1-vport-0 = \"20:01:00:00:00:00:00:01,20:00:00:00:00:00:00:01,one,IM,0\";\n"
         "kvo1-vport-1 = \"20:01:00:00:00:00:00:02,20:00:00:00:00:00:00:01,two,TM,3\";\n"
         "kvo1-vport-9 = \"20:01:00:00:00:00:00:01,20:00:00:00:00:00:00:09,  uno  ,IP\";\n"
-        "kvo2-vport-0 = \"\";\n");
+        "kvo2-vport-0 = \"\";\n"
+        "kvo3-vport-0 = \" ,20:00:00:00:00:00:00:03,no pwwn,TM,4\";\n");
     const auto& r = ioc_config_data[1];
     EXPECT_EQ(r.vpcount, 2);
     ASSERT_NE(r.vport, nullptr);
@@ -476,13 +489,23 @@ TEST_F(ConfigTest, VportLinesAddOrReplaceByPortWwn) {
     ASSERT_NE(r.vport->next, nullptr);
     EXPECT_STREQ(r.vport->next->name.symname, "two");
     EXPECT_TRUE(ioc_config_data[2].flags[0] & KVOL_W0_VPORT);
-    EXPECT_EQ(ioc_config_data[2].vport, nullptr);
+    EXPECT_EQ(ioc_config_data[2].vport, nullptr);  // no field at all: no vport
+    // A blank first field is still a vport: the fields after it keep their places.
+    const kvol_vf_config_t* blank = ioc_config_data[3].vport;
+    ASSERT_NE(blank, nullptr);
+    EXPECT_EQ(ioc_config_data[3].vpcount, 1);
+    EXPECT_STREQ(blank->pwwn, "");
+    EXPECT_STREQ(blank->nwwn, "20:00:00:00:00:00:00:03");
+    EXPECT_STREQ(blank->name.symname, "no pwwn");
+    EXPECT_STREQ(blank->role, "TM");
+    EXPECT_EQ(blank->vf_id, 4);
     std::string out = sync();
     EXPECT_TRUE(
         contains(out,
                  "#\n"
                  "kvo1-vport-0 = \"20:01:00:00:00:00:00:01,20:00:00:00:00:00:00:09,uno,IP,0\";\n"
                  "kvo1-vport-1 = \"20:01:00:00:00:00:00:02,20:00:00:00:00:00:00:01,two,TM,3\";\n"
+                 "kvo3-vport-0 = \",20:00:00:00:00:00:00:03,no pwwn,TM,4\";\n"
                  "\n"));
 }
 

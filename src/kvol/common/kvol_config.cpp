@@ -2,10 +2,14 @@
 #include "kvol_config.h"
 
 #include <fcntl.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -465,7 +469,9 @@ void kvol_config_set_vportdata(int idx, const char* value) {
     r.flags[0] |= KVOL_W0_VPORT;
     char pwwn[sizeof r.vport->pwwn];
     copy_field(pwwn, tok[0]);
-    if (strspn(pwwn, kTrimSet) == strlen(pwwn)) {  // nothing to key a node on
+    // The fields are positional: a blank port WWN is still a vport, keyed by that blank.
+    // Only a value with no field at all (nothing but blanks and quotes) adds no vport.
+    if (count == 1 && strspn(pwwn, kTrimSet) == strlen(pwwn)) {
         kvol_release_mutex_lock(&vportmutex);
         return;
     }
@@ -506,20 +512,20 @@ void kvol_config_set_trsdata(int idx, const char* value) {
     char* save = nullptr;
     const char* delims = "\",;";
     char* tok = strtok_r(buf, delims, &save);
-    int wanted = tok ? kvol_config_get_num(tok) : 0;
-    wanted = std::min(wanted, KVOL_CFG_MAX_TRS);
+    const int announced = tok ? kvol_config_get_num(tok) : 0;
     memset(r.trs_list, 0, sizeof r.trs_list);
     int got = 0;
-    // Clipped to the list's room and to the pairs actually present and well formed.
-    while (got < wanted) {
+    // Each announced pair is read on its own: a malformed one is left out and the pairs after
+    // it still count. Stored: as many well-formed pairs as are present, up to the list's room.
+    const char* fmt = "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx:%hhx:%hhx";
+    for (int pair = 0; pair < announced && got < KVOL_CFG_MAX_TRS; ++pair) {
         char* l = strtok_r(nullptr, delims, &save);
         char* rw = l ? strtok_r(nullptr, delims, &save) : nullptr;
         if (!rw) break;
         uint8_t lb[8], rb[8];
-        const char* fmt = "%hhx:%hhx:%hhx:%hhx:%hhx:%hhx:%hhx:%hhx";
         if (sscanf(l, fmt, &lb[0], &lb[1], &lb[2], &lb[3], &lb[4], &lb[5], &lb[6], &lb[7]) != 8 ||
             sscanf(rw, fmt, &rb[0], &rb[1], &rb[2], &rb[3], &rb[4], &rb[5], &rb[6], &rb[7]) != 8)
-            break;
+            continue;
         memcpy(&r.trs_list[got].lpwwn, lb, 8);
         memcpy(&r.trs_list[got].rpwwn, rb, 8);
         ++got;
@@ -542,12 +548,11 @@ void kvol_config_parse(const char* line) {
         kvol_config_set_data(KVOL_CFG_AD_ID, n, key);
         kvol_config_get_key("-", "=", line, temp, key);
         kvol_config_get_data("=", line, temp, value);
-        if (strstr(key, "name"))
-            kvol_config_set_data(KVOL_CFG_AD_NAME, n, value);
-        else if (strstr(key, "power"))
-            kvol_config_set_data(KVOL_CFG_AD_POWER, n, value);
-        else if (strstr(key, "trunk"))
-            kvol_config_set_data(KVOL_CFG_AD_TRUNK, n, value);
+        // Three separate tests: the key holds the serial too, and a serial that happens to
+        // contain "name" must not hide the trunk setting of its line.
+        if (strstr(key, "name")) kvol_config_set_data(KVOL_CFG_AD_NAME, n, value);
+        if (strstr(key, "power")) kvol_config_set_data(KVOL_CFG_AD_POWER, n, value);
+        if (strstr(key, "trunk")) kvol_config_set_data(KVOL_CFG_AD_TRUNK, n, value);
         n++;
         return;
     }
@@ -643,10 +648,117 @@ void kvol_config_ioc_zero(int idx) {
 
 // ---- Lock, load, sync ----------------------------------------------------------------------------------------
 
+namespace {
+
+// Opens the file read-write (created 0644 when missing) only when it is a regular file. A FIFO,
+// socket or device at that path is refused, never opened where the check beforehand can see
+// it: opening one could block (a FIFO without a writer) or act on a device. O_NONBLOCK keeps
+// the open itself from blocking when the path is swapped between that check and the open;
+// fstat on the descriptor then has the last word.
+int open_regular(const char* path) {
+    struct stat st;
+    if (stat(path, &st) == 0 && !S_ISREG(st.st_mode)) return -1;
+    int fd = open(path, O_RDWR | O_CREAT | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0644);
+    if (fd < 0) return -1;
+    if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+        close(fd);
+        return -1;
+    }
+    int fl = fcntl(fd, F_GETFL);
+    if (fl >= 0) fcntl(fd, F_SETFL, fl & ~O_NONBLOCK);
+    return fd;
+}
+
+// True when path names the file open on fd.
+bool same_file(const char* path, int fd) {
+    struct stat a, b;
+    return stat(path, &a) == 0 && fstat(fd, &b) == 0 && a.st_dev == b.st_dev &&
+           a.st_ino == b.st_ino;
+}
+
+// The writer's whole text, in one heap buffer (open_memstream), so that nothing is formatted
+// while the file is being replaced.
+struct text_buffer {
+    char* data = nullptr;
+    size_t size = 0;
+    ~text_buffer() { std::free(data); }
+};
+
+bool render(text_buffer& text) {
+    FILE* ms = open_memstream(&text.data, &text.size);
+    if (!ms) return false;
+    kvol_config_ad_update(ms);
+    kvol_config_ioc_update(ms);
+    bool ok = ferror(ms) == 0;
+    if (fclose(ms) != 0) ok = false;
+    return ok && text.data;
+}
+
+// True when the file's bytes are exactly text: same size and same contents to the end.
+bool holds(int fd, const text_buffer& text) {
+    struct stat st;
+    if (fstat(fd, &st) != 0 || st.st_size < 0 || static_cast<size_t>(st.st_size) != text.size)
+        return false;
+    char buf[8192];
+    size_t off = 0;
+    for (;;) {
+        ssize_t k = pread(fd, buf, sizeof buf, static_cast<off_t>(off));
+        if (k < 0 && errno == EINTR) continue;
+        if (k < 0) return false;
+        if (k == 0) return off == text.size;
+        size_t got = static_cast<size_t>(k);
+        if (got > text.size - off || memcmp(buf, text.data + off, got) != 0) return false;
+        off += got;
+    }
+}
+
+// Signals whose default action ends the process and that can be blocked. A rewrite runs with
+// them blocked, so Ctrl-C, a hang-up or a kill(1) arriving in the middle cannot leave the file
+// half written; they are delivered right after. The faults (SIGSEGV, SIGBUS, ...) stay
+// unblocked: they are this process's own.
+void terminating_signals(sigset_t* set) {
+    sigemptyset(set);
+    for (int sig : {SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGALRM, SIGTERM, SIGUSR1, SIGUSR2, SIGXCPU,
+                    SIGXFSZ, SIGVTALRM, SIGPROF, SIGIO, SIGPWR, SIGSTKFLT})
+        sigaddset(set, sig);
+    for (int sig = SIGRTMIN; sig <= SIGRTMAX; ++sig) sigaddset(set, sig);
+}
+
+// The in-place rewrite: one write of the whole text over the old one from the start (continued
+// only after a short write), the file cut to the text's length when it was longer, fsync.
+// Writing before cutting means the file is never empty, not even for the moment a truncation
+// to zero takes, which on a journalling file system can be milliseconds; a reader or a SIGKILL
+// sees the old text, the new one, or (shrinking only) the new text followed by the old tail.
+// KVO_STATUS_EIO when any step fails; the file may then hold part of the new text.
+kvo_status_t rewrite(int fd, const text_buffer& text) {
+    sigset_t block, old;
+    terminating_signals(&block);
+    pthread_sigmask(SIG_BLOCK, &block, &old);
+    kvo_status_t st = KVO_STATUS_OK;
+    for (size_t done = 0; st == KVO_STATUS_OK && done < text.size;) {
+        ssize_t k = pwrite(fd, text.data + done, text.size - done, static_cast<off_t>(done));
+        if (k < 0 && errno == EINTR) continue;
+        if (k <= 0)
+            st = KVO_STATUS_EIO;
+        else
+            done += static_cast<size_t>(k);
+    }
+    struct stat now;
+    if (st == KVO_STATUS_OK && fstat(fd, &now) != 0) st = KVO_STATUS_EIO;
+    if (st == KVO_STATUS_OK && static_cast<size_t>(now.st_size) > text.size &&
+        ftruncate(fd, static_cast<off_t>(text.size)) != 0)
+        st = KVO_STATUS_EIO;
+    if (st == KVO_STATUS_OK && fsync(fd) != 0) st = KVO_STATUS_EIO;
+    pthread_sigmask(SIG_SETMASK, &old, nullptr);
+    return st;
+}
+
+}  // namespace
+
 kvo_status_t kvol_lock_conf_file(const char* path) {
     if (file != -1) return KVO_STATUS_FAILED;
     if (!path) return KVO_STATUS_EFOPEN;
-    int fd = open(path, O_RDWR | O_CREAT | O_CLOEXEC, 0644);
+    int fd = open_regular(path);
     if (fd < 0) return KVO_STATUS_EFOPEN;
     for (int attempt = 0; attempt < KVOL_CFG_LOCK_TRIES; ++attempt) {
         if (flock(fd, LOCK_EX | LOCK_NB) == 0) {
@@ -670,8 +782,16 @@ void kvol_unlock_conf_file() {
 kvo_status_t kvol_config_load(const char* path) {
     kvo_status_t st = kvol_lock_conf_file(path);
     if (st != KVO_STATUS_OK) return st;
-    file_ptr fp(fopen(path, "re"));
+    // Read through the locked descriptor: the file checked and locked is the file parsed.
+    int rfd = fcntl(file, F_DUPFD_CLOEXEC, 0);
+    file_ptr fp(rfd >= 0 ? fdopen(rfd, "r") : nullptr);
     if (!fp) {
+        if (rfd >= 0) close(rfd);
+        kvol_unlock_conf_file();
+        return KVO_STATUS_EFOPEN;
+    }
+    if (fseeko(fp.get(), 0, SEEK_SET) != 0) {
+        fp.reset();
         kvol_unlock_conf_file();
         return KVO_STATUS_EFOPEN;
     }
@@ -692,17 +812,31 @@ kvo_status_t kvol_config_load(const char* path) {
 }
 
 kvo_status_t kvol_config_sync(const char* path) {
-    FILE* fp = path ? fopen(path, "we") : nullptr;
-    if (!fp) {
+    text_buffer text;
+    if (!render(text)) {
+        kvol_unlock_conf_file();
+        return KVO_STATUS_ENOMEM;
+    }
+    // The locked descriptor when it is the file at path; otherwise (no lock held, as after a
+    // scan's failed load, or another path) the path opened on its own.
+    int fd = -1;
+    bool own = false;
+    if (path && file != -1 && same_file(path, file)) {
+        fd = file;
+    } else if (path) {
+        fd = open_regular(path);
+        own = fd >= 0;
+    }
+    if (fd < 0) {
         kvol_unlock_conf_file();
         return KVO_STATUS_EFOPEN;
     }
-    kvol_config_ad_update(fp);
-    kvol_config_ioc_update(fp);
-    bool failed = ferror(fp) != 0;
-    if (fclose(fp) != 0) failed = true;
+    // Unchanged text is not written again: the scan registers every adapter and port on every
+    // command, and after the first command that changes nothing.
+    kvo_status_t st = holds(fd, text) ? KVO_STATUS_OK : rewrite(fd, text);
+    if (own) close(fd);
     kvol_unlock_conf_file();
-    return failed ? KVO_STATUS_EFOPEN : KVO_STATUS_OK;
+    return st;
 }
 
 void kvol_config_unload() { kvol_unlock_conf_file(); }

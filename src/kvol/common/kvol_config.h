@@ -237,8 +237,15 @@ int kvol_config_ioc_get_num();
 
 // ---- Lock and write-back -----------------------------------------------------------------------------
 
+// Opens the file (created when missing; only a regular file is accepted) and takes its
+// exclusive lock, trying once a second for a minute. KVO_STATUS_FAILED when this process holds
+// the lock already, KVO_STATUS_EFOPEN when the file cannot be opened or stays locked.
 kvo_status_t kvol_lock_conf_file(const char* path);
 void kvol_unlock_conf_file();
+// Writes the tables back in place and releases the lock. Skips the write when the file already
+// holds exactly that text. KVO_STATUS_EFOPEN when path is not an openable regular file,
+// KVO_STATUS_EIO when the write, the cut to length or the fsync fails (the file may then hold
+// part of the new text), KVO_STATUS_ENOMEM when the text cannot be built.
 kvo_status_t kvol_config_sync(const char* path);
 void kvol_config_unload();  // releases the lock without writing
 void kvol_config_ad_update(FILE* stream);
