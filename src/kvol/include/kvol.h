@@ -14,6 +14,7 @@
 #include "kvo_defs.h"
 #include "kvo_ioctl.h"
 #include "kvo_status.h"
+#include "kvol_stats.h"
 
 // ---- Handles and the adapter tree -------------------------------------------------------------
 
