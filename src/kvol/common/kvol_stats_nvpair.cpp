@@ -54,7 +54,8 @@ consteval std::array<kvol_stats_desc_t, N> kvol_numbered(int table,
     std::array<kvol_stats_desc_t, N> out{};
     for (size_t i = 0; i < N; i++) {
         out[i] = rows[i];
-        out[i].id = rows[i].kvol_stats != nullptr ? 0 : table * 100 + static_cast<int>(i) + 1;
+        bool nested = rows[i].type == KVOL_STRUCT || rows[i].type == KVOL_UNION;
+        out[i].id = nested ? 0 : table * 100 + static_cast<int>(i) + 1;
     }
     return out;
 }

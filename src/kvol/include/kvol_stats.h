@@ -7,7 +7,8 @@
 
 #include "kvo_stats.h"
 
-enum kvol_field_type {
+// Fixed underlying type: a row of a kind this build does not know still holds a valid value.
+enum kvol_field_type : int32_t {
     KVOL_UINT16 = 0,
     KVOL_UINT32 = 1,
     KVOL_UINT64 = 2,
