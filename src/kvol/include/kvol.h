@@ -15,6 +15,7 @@
 #include "kvo_fcpim.h"
 #include "kvo_ioctl.h"
 #include "kvo_status.h"
+#include "kvol_stats.h"
 
 // ---- Handles and the adapter tree -------------------------------------------------------------
 

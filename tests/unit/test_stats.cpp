@@ -1,0 +1,447 @@
+// Statistics tables against their records, and the printer that walks them.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <map>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "kvol.h"
+#include "unit_util.h"
+
+namespace {
+
+// Every table with the size of the record it describes.
+struct described_t {
+    const kvol_stats_t* table;
+    size_t size;
+};
+#define REC(rec) {&kvol_##rec, sizeof(rec##_t)}
+const described_t kRecords[] = {
+    REC(kvo_fw_ioc_stats),        REC(kvo_ioc_drv_stats),         REC(kvo_ioc_stats),
+    REC(kvo_port_fc_stats),       REC(kvo_port_eth_stats),        REC(kvo_port_stats),
+    REC(kvo_cee_stats),           REC(tqed_ethport_stats),        REC(tqe_stats_txf),
+    REC(tqe_stats_rxf),           REC(tqe_stats_fc_tx),           REC(tqe_stats_fc_rx),
+    REC(cna_stats_rad),           REC(cna_stats_bpc_tx),          REC(cna_stats_bpc_rx),
+    REC(cna_stats_mac_tx),        REC(cna_stats_mac_rx),          REC(tqe_stats),
+    REC(kvo_ethport_stats),       REC(kvo_vf_stats),              REC(kvo_auth_proto_stats),
+    REC(kvo_auth_stats),          REC(kvo_lport_stats),           REC(kvo_vport_stats),
+    REC(kvo_rport_hal_stats),     REC(kvo_rport_stats),           REC(kvo_rport_remote_link_stats),
+    REC(kvo_itnim_stats),         REC(kvo_iprp_stats),            REC(kvo_ipfc_stats),
+    REC(kvo_fw_ioim_stats),       REC(kvo_fw_tio_stats),          REC(kvo_fw_io_stats),
+    REC(kvo_fw_port_fpg_stats),   REC(kvo_fw_lpsm_stats),         REC(kvo_fw_port_lksm_stats),
+    REC(kvo_fw_port_snsm_stats),  REC(kvo_fw_port_physm_stats),   REC(kvo_fw_fip_stats),
+    REC(kvo_fw_lps_stats),        REC(kvo_fw_fcoe_stats),         REC(kvo_fw_fcoe_port_stats),
+    REC(kvo_fw_fc_uport_stats),   REC(kvo_fw_fc_port_stats),      REC(kvo_fw_port_stats),
+    REC(kvo_fw_fcxchg_stats),     REC(kvo_fw_trunk_stats),        REC(kvo_fw_aport_stats),
+    REC(kvo_fw_iocfc_stats),      REC(kvo_fw_eth_sndrcv_stats),   REC(kvo_fw_rds_stats),
+    REC(kvo_fw_mac_mod_stats),    REC(kvo_fw_ct_mod_stats),       REC(kvo_fw_stats),
+    REC(kvo_qos_stats),           REC(kvo_fcoe_stats),            REC(kvo_fcport_stats),
+    REC(kvo_fcpim_del_itn_stats), REC(kvo_itnim_iostats),         REC(kvo_phy_stats),
+    REC(kvo_vnic_stats_bpc),      REC(kvo_vnic_stats_rad),        REC(kvo_vnic_stats_txq),
+    REC(kvo_vnic_stats_txf),      REC(kvo_vnic_stats_rxq),        REC(kvo_vnic_stats_rxp),
+    REC(kvo_vnic_stats_rxf),      REC(kvo_vnic_drvstats),         REC(kvo_vnic_stats),
+};
+#undef REC
+
+std::string name_of(const kvol_stats_t* t) {
+    return std::string(t->struct_name, strnlen(t->struct_name, sizeof t->struct_name));
+}
+
+size_t record_size(const kvol_stats_t* t) {
+    for (const auto& r : kRecords) {
+        if (r.table == t) return r.size;
+    }
+    return 0;
+}
+
+bool is_counter(const kvol_stats_desc_t& row) {
+    return row.type == KVOL_UINT16 || row.type == KVOL_UINT32 || row.type == KVOL_UINT64;
+}
+
+size_t width_of(const kvol_stats_desc_t& row) {
+    switch (row.type) {
+    case KVOL_UINT16: return 2;
+    case KVOL_UINT32: return 4;
+    case KVOL_UINT64: return 8;
+    default: return 0;
+    }
+}
+
+bool is_arm(const kvol_stats_desc_t& row) {
+    return row.parent_type == KVOL_UNION && row.type == KVOL_STRUCT;
+}
+
+// Counters the printer reaches from t when no filter is given.
+int counters_below(const kvol_stats_t* t) {
+    int n = 0;
+    for (int i = 0; i < t->count; i++) {
+        const auto& row = t->desc[i];
+        n += is_counter(row) ? 1 : (row.kvol_stats != nullptr ? counters_below(row.kvol_stats) : 0);
+    }
+    return n;
+}
+
+// Checks every row below t, placed at base inside a record of top bytes, reaches no byte
+// outside that record.
+void walk_inside(const kvol_stats_t* t, size_t base, size_t top, const std::string& path) {
+    for (int i = 0; i < t->count; i++) {
+        const auto& row = t->desc[i];
+        std::string where = path + " / " + row.desc;
+        size_t at = base + row.offset;
+        if (is_counter(row)) {
+            EXPECT_EQ(row.kvol_stats, nullptr) << where;
+            EXPECT_LE(at + width_of(row), top) << where;
+        } else {
+            ASSERT_TRUE(row.type == KVOL_STRUCT || row.type == KVOL_UNION) << where;
+            ASSERT_NE(row.kvol_stats, nullptr) << where;
+            size_t nested = record_size(row.kvol_stats);
+            ASSERT_NE(nested, 0u) << where << ": nested table not listed";
+            EXPECT_LE(at + nested, top) << where;
+            walk_inside(row.kvol_stats, at, top, where);
+        }
+    }
+}
+
+TEST(StatsTables, EveryRecordHasOneTableUnderItsOwnName) {
+    ASSERT_EQ(std::size(kRecords), 69u);
+    std::set<const kvol_stats_t*> tables;
+    std::set<std::string> names;
+    for (const auto& r : kRecords) {
+        tables.insert(r.table);
+        std::string name = name_of(r.table);
+        EXPECT_LT(name.size(), sizeof r.table->struct_name) << name;
+        EXPECT_EQ(name.substr(name.size() - 2), "_t") << name;
+        names.insert(name);
+        EXPECT_GT(r.table->count, 0) << name;
+        EXPECT_NE(r.table->desc, nullptr) << name;
+    }
+    EXPECT_EQ(tables.size(), 69u);
+    EXPECT_EQ(names.size(), 69u);
+}
+
+TEST(StatsTables, EveryRowLiesInsideItsRecordAtEveryDepth) {
+    for (const auto& r : kRecords) {
+        walk_inside(r.table, 0, r.size, name_of(r.table));
+    }
+}
+
+// Rows follow the record's fields: each starts at or after the end of the one before, except
+// that the arms of one union share their offset.
+TEST(StatsTables, RowsFollowFieldOrderWithoutOverlap) {
+    for (const auto& r : kRecords) {
+        size_t end = 0;
+        size_t arms_at = 0;
+        bool in_union = false;
+        for (int i = 0; i < r.table->count; i++) {
+            const auto& row = r.table->desc[i];
+            size_t size = is_counter(row) ? width_of(row) : record_size(row.kvol_stats);
+            std::string where = name_of(r.table) + " / " + row.desc;
+            if (is_arm(row) && in_union) {
+                EXPECT_EQ(row.offset, arms_at) << where;
+                end = std::max(end, row.offset + size);
+                continue;
+            }
+            EXPECT_GE(row.offset, end) << where;
+            in_union = is_arm(row);
+            arms_at = row.offset;
+            end = row.offset + size;
+        }
+    }
+}
+
+// Names are looked up by text (the throughput total finds its two counters so): a repeat
+// within one table would hide a counter.
+TEST(StatsTables, RowNamesAreTerminatedAndUniqueWithinTheirTable) {
+    for (const auto& r : kRecords) {
+        std::set<std::string> seen;
+        for (int i = 0; i < r.table->count; i++) {
+            const auto& row = r.table->desc[i];
+            size_t len = strnlen(row.desc, sizeof row.desc);
+            ASSERT_LT(len, sizeof row.desc) << name_of(r.table) << " row " << i;
+            EXPECT_GT(len, 0u) << name_of(r.table) << " row " << i;
+            EXPECT_TRUE(seen.insert(row.desc).second) << name_of(r.table) << " / " << row.desc;
+        }
+    }
+}
+
+TEST(StatsTables, IdsAreTableNumberTimes100PlusRowPosition) {
+    std::map<int, std::string> numbers;
+    for (const auto& r : kRecords) {
+        int number = 0;
+        for (int i = 0; i < r.table->count; i++) {
+            const auto& row = r.table->desc[i];
+            std::string where = name_of(r.table) + " / " + row.desc;
+            if (!is_counter(row)) {
+                EXPECT_EQ(row.id, 0) << where;
+                continue;
+            }
+            if (number == 0) number = row.id / 100;
+            EXPECT_EQ(row.id, number * 100 + i + 1) << where;
+        }
+        if (number == 0) continue;  // a table of nested records only
+        EXPECT_LT(r.table->count, 100) << name_of(r.table);
+        auto [it, fresh] = numbers.emplace(number, name_of(r.table));
+        EXPECT_TRUE(fresh) << name_of(r.table) << " shares number " << number << " with "
+                           << it->second;
+    }
+    EXPECT_EQ(kvol_kvo_ioc_drv_stats.desc[0].id, 1201);
+    EXPECT_EQ(kvol_kvo_ioc_drv_stats.desc[10].id, 1211);
+    EXPECT_EQ(kvol_kvo_itnim_iostats.desc[0].id, 10201);
+}
+
+// Each union filter the command handlers pass picks at least one arm somewhere; the one that
+// must print no arm picks none.
+TEST(StatsTables, HandlerFiltersSelectUnionArms) {
+    const struct {
+        const char* filter;
+        bool selects;
+    } cases[] = {
+        {"fc_stats", true}, {"eth_stats", true}, {"fcoe", true},          {"fcoe_port", true},
+        {"fc_uport", true}, {"qos", true},       {"SCSI stats\n", false},
+    };
+    for (const auto& c : cases) {
+        int arms = 0;
+        for (const auto& r : kRecords) {
+            for (int i = 0; i < r.table->count; i++) {
+                const auto& row = r.table->desc[i];
+                if (is_arm(row) && name_of(row.kvol_stats).find(c.filter) != std::string::npos) {
+                    arms++;
+                }
+            }
+        }
+        EXPECT_EQ(arms > 0, c.selects) << c.filter << ": " << arms << " arms";
+    }
+}
+
+// ---- The printer on tables made for the case ----------------------------------------------------
+
+kvol_stats_desc_t row(kvol_field_type parent, kvol_field_type type, const char* text,
+                      size_t offset, const kvol_stats_t* nested = nullptr) {
+    kvol_stats_desc_t r{parent, type, {}, offset, 0, nested};
+    strncpy(r.desc, text, sizeof r.desc - 1);
+    return r;
+}
+
+kvol_stats_desc_t ctr(kvol_field_type type, const char* text, size_t offset) {
+    return row(KVOL_STRUCT, type, text, offset);
+}
+
+kvol_stats_t table(const char* name, const std::vector<kvol_stats_desc_t>& rows) {
+    kvol_stats_t t{static_cast<int32_t>(rows.size()), {}, rows.data()};
+    strncpy(t.struct_name, name, sizeof t.struct_name - 1);
+    return t;
+}
+
+template <class T>
+void put(std::vector<unsigned char>& rec, size_t at, T value) {
+    memcpy(rec.data() + at, &value, sizeof value);
+}
+
+TEST(StatsPrint, NothingWithoutTableRecordOrRows) {
+    const std::vector<kvol_stats_desc_t> rows = {ctr(KVOL_UINT32, "Count", 0)};
+    const kvol_stats_t one = table("one_t", rows);
+    const kvol_stats_t empty{0, "empty_t", nullptr};
+    const kvol_stats_t empty_with_rows{0, "empty_t", rows.data()};
+    const uint32_t rec = 7;
+    EXPECT_EQ(unit::stdout_of([&] { kvol_print_stats(nullptr, &rec, 0, nullptr); }), "");
+    EXPECT_EQ(unit::stdout_of([&] { kvol_print_stats(&one, nullptr, 0, "fc_stats"); }), "");
+    EXPECT_EQ(unit::stdout_of([&] { kvol_print_stats(&empty, &rec, 0, nullptr); }), "");
+    EXPECT_EQ(unit::stdout_of([&] { kvol_print_stats(&empty_with_rows, &rec, 0, nullptr); }), "");
+}
+
+// Each width reads exactly its bytes, unsigned; kinds 5 and above print nothing.
+TEST(StatsPrint, CountersByWidthAndUnknownKindsSkipped) {
+    const std::vector<kvol_stats_desc_t> rows = {
+        ctr(KVOL_UINT16, "Short", 0),
+        ctr(static_cast<kvol_field_type>(5), "Kind five", 0),
+        ctr(KVOL_UINT32, "Word", 4),
+        ctr(static_cast<kvol_field_type>(9), "Kind nine", 4),
+        ctr(KVOL_UINT64, "Long", 8),
+    };
+    const kvol_stats_t t = table("widths_t", rows);
+    const struct {
+        uint16_t s, next;
+        uint32_t w;
+        uint64_t l;
+        const char* out;
+    } cases[] = {
+        {0x1234, 0xABCD, 0x89ABCDEF, 0x0123456789ABCDEFull,
+         "\tShort : 4660\n\tWord : 2309737967\n\tLong : 81985529216486895\n"},
+        {0xFFFF, 0xFFFF, 0xFFFFFFFF, 0xFFFFFFFFFFFFFFFFull,
+         "\tShort : 65535\n\tWord : 4294967295\n\tLong : 18446744073709551615\n"},
+    };
+    for (const auto& c : cases) {
+        std::vector<unsigned char> rec(16);
+        put(rec, 0, c.s);
+        put(rec, 2, c.next);
+        put(rec, 4, c.w);
+        put(rec, 8, c.l);
+        EXPECT_EQ(unit::stdout_of([&] { kvol_print_stats(&t, rec.data(), 0, nullptr); }), c.out);
+    }
+}
+
+// A counter two levels down is read at the sum of the offsets on its path plus the base; the
+// nested rows' own names are not printed.
+TEST(StatsPrint, NestedOffsetsAddUp) {
+    const std::vector<kvol_stats_desc_t> inner_rows = {ctr(KVOL_UINT32, "Deep", 4)};
+    const kvol_stats_t inner = table("inner_t", inner_rows);
+    const std::vector<kvol_stats_desc_t> mid_rows = {
+        ctr(KVOL_UINT16, "Mid", 0),
+        row(KVOL_STRUCT, KVOL_STRUCT, "inner heading", 8, &inner),
+    };
+    const kvol_stats_t mid = table("mid_t", mid_rows);
+    const std::vector<kvol_stats_desc_t> outer_rows = {
+        ctr(KVOL_UINT64, "Top", 0),
+        row(KVOL_STRUCT, KVOL_STRUCT, "mid heading", 16, &mid),
+    };
+    const kvol_stats_t outer = table("outer_t", outer_rows);
+
+    std::vector<unsigned char> rec(64);
+    put<uint64_t>(rec, 0, 7);
+    put<uint16_t>(rec, 16, 5);
+    put<uint32_t>(rec, 28, 57005);   // 16 + 8 + 4
+    put<uint64_t>(rec, 32, 11);
+    put<uint16_t>(rec, 48, 13);
+    put<uint32_t>(rec, 60, 17);      // 32 + 16 + 8 + 4
+
+    const struct {
+        size_t base;
+        const char* out;
+    } cases[] = {
+        {0, "\tTop : 7\n\tMid : 5\n\tDeep : 57005\n"},
+        {32, "\tTop : 11\n\tMid : 13\n\tDeep : 17\n"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(unit::stdout_of([&] { kvol_print_stats(&outer, rec.data(), c.base, nullptr); }),
+                  c.out)
+            << "base " << c.base;
+    }
+}
+
+// Union arms print when their table's name contains the filter (case-sensitive), all of them
+// without a filter; ordinary rows and nested records print whatever the filter, and the filter
+// reaches arms further down.
+TEST(StatsPrint, UnionArmsChosenByTableName) {
+    const std::vector<kvol_stats_desc_t> fc_rows = {ctr(KVOL_UINT32, "Fc", 0)};
+    const kvol_stats_t fc = table("t_fc_stats_t", fc_rows);
+    const std::vector<kvol_stats_desc_t> eth_rows = {ctr(KVOL_UINT32, "Eth", 0)};
+    const kvol_stats_t eth = table("t_eth_stats_t", eth_rows);
+    const std::vector<kvol_stats_desc_t> plain_rows = {ctr(KVOL_UINT32, "Plain", 0)};
+    const kvol_stats_t plain = table("t_plain_t", plain_rows);
+    const std::vector<kvol_stats_desc_t> choice_rows = {
+        row(KVOL_UNION, KVOL_STRUCT, "fc", 0, &fc),
+        row(KVOL_UNION, KVOL_STRUCT, "eth", 0, &eth),
+    };
+    const kvol_stats_t choice = table("t_choice_t", choice_rows);
+    const std::vector<kvol_stats_desc_t> holder_rows = {
+        ctr(KVOL_UINT32, "Count", 0),
+        row(KVOL_UNION, KVOL_STRUCT, "fc", 8, &fc),
+        row(KVOL_UNION, KVOL_STRUCT, "eth", 8, &eth),
+        row(KVOL_STRUCT, KVOL_STRUCT, "plain", 12, &plain),
+        row(KVOL_STRUCT, KVOL_UNION, "choice", 16, &choice),
+    };
+    const kvol_stats_t holder = table("t_holder_t", holder_rows);
+
+    std::vector<unsigned char> rec(20);
+    put<uint32_t>(rec, 0, 1);
+    put<uint32_t>(rec, 8, 2);
+    put<uint32_t>(rec, 12, 3);
+    put<uint32_t>(rec, 16, 4);
+
+    const char* all = "\tCount : 1\n\tFc : 2\n\tEth : 2\n\tPlain : 3\n\tFc : 4\n\tEth : 4\n";
+    const struct {
+        const char* filter;
+        const char* out;
+    } cases[] = {
+        {nullptr, all},
+        {"stats", all},
+        {"fc_stats", "\tCount : 1\n\tFc : 2\n\tPlain : 3\n\tFc : 4\n"},
+        {"eth_stats", "\tCount : 1\n\tEth : 2\n\tPlain : 3\n\tEth : 4\n"},
+        {"FC_STATS", "\tCount : 1\n\tPlain : 3\n"},
+        {"SCSI stats\n", "\tCount : 1\n\tPlain : 3\n"},
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(unit::stdout_of([&] { kvol_print_stats(&holder, rec.data(), 0, c.filter); }),
+                  c.out)
+            << (c.filter ? c.filter : "(none)");
+    }
+}
+
+// ---- The printer on the product's tables --------------------------------------------------------
+
+std::vector<std::string> lines_of(const std::string& out) {
+    std::vector<std::string> lines;
+    size_t from = 0;
+    for (size_t nl; (nl = out.find('\n', from)) != std::string::npos; from = nl + 1) {
+        lines.push_back(out.substr(from, nl - from));
+    }
+    return lines;
+}
+
+TEST(StatsPrint, NexusIoStatsStartWithTheNamedCounters) {
+    kvo_itnim_iostats_t io;
+    uint32_t words[sizeof io / 4];
+    for (size_t i = 0; i < std::size(words); i++) words[i] = 1000 + static_cast<uint32_t>(i);
+    memcpy(&io, words, sizeof io);
+    std::string out =
+        unit::stdout_of([&] { kvol_print_stats(&kvol_kvo_itnim_iostats, &io, 0, nullptr); });
+    EXPECT_EQ(out.substr(0, out.find("\tIO aborted")),
+              "\tTotal IO : 1000\n"
+              "\tData in-bound requests : 1001\n"
+              "\tData out-bound requests : 1002\n"
+              "\tTotal IO Completions : 1003\n"
+              "\tWrite data transferred in bytes : 1004\n"
+              "\tRead data transferred in bytes : 1005\n"
+              "\tSlowpath IO completions : 1006\n"
+              "\tIO underrun : 1007\n"
+              "\tIO overrun : 1008\n"
+              "\tIO Request-Q wait : 1009\n"
+              "\tIO Request-Q wait done : 1010\n"
+              "\tNo free IO tag : 1011\n"
+              "\tIO timeouts : 1012\n"
+              "\tIO failure due to target offline : 1013\n");
+    auto lines = lines_of(out);
+    ASSERT_EQ(lines.size(), 68u);
+    for (size_t i = 0; i < lines.size(); i++) {
+        EXPECT_EQ(lines[i].substr(lines[i].rfind(' ') + 1), std::to_string(1000 + i)) << lines[i];
+    }
+}
+
+// The driver's eleven counters, then the firmware's from byte 48: the word between is never
+// printed.
+TEST(StatsPrint, IocStatsDriverThenFirmwareFrom48) {
+    kvo_ioc_stats_t st;
+    uint32_t words[sizeof st / 4];
+    for (size_t i = 0; i < std::size(words); i++) words[i] = 100 + static_cast<uint32_t>(i);
+    memcpy(&st, words, sizeof st);
+    auto lines = lines_of(
+        unit::stdout_of([&] { kvol_print_stats(&kvol_kvo_ioc_stats, &st, 0, nullptr); }));
+    const char* drv[] = {"Mailbox interrupts", "Enable events",    "Disable events",
+                         "Heartbeat failures", "Firmware boots",   "Stats timeouts",
+                         "Heart-beat count",   "Disable requests", "Enable requests",
+                         "Disable replies",    "Enable replies"};
+    ASSERT_EQ(lines.size(), std::size(drv) + 6);
+    for (size_t i = 0; i < std::size(drv); i++) {
+        EXPECT_EQ(lines[i], "\t" + std::string(drv[i]) + " : " + std::to_string(100 + i));
+    }
+    for (size_t i = std::size(drv); i < lines.size(); i++) {
+        EXPECT_EQ(lines[i].substr(lines[i].rfind(' ') + 1), std::to_string(101 + i)) << lines[i];
+    }
+}
+
+// Every table prints each of its counters once from a record of exactly its size (the
+// sanitizer build sees any read past the end).
+TEST(StatsPrint, EveryTablePrintsEachCounterFromItsRecordAlone) {
+    for (const auto& r : kRecords) {
+        std::vector<unsigned char> rec(r.size, 0x5A);
+        auto lines =
+            lines_of(unit::stdout_of([&] { kvol_print_stats(r.table, rec.data(), 0, nullptr); }));
+        EXPECT_EQ(lines.size(), static_cast<size_t>(counters_below(r.table))) << name_of(r.table);
+    }
+}
+
+}  // namespace
