@@ -4,6 +4,8 @@
 //   kvosim show DIR
 //   kvosim log DIR [--clear]
 //   kvosim fault DIR RULE...   (see usage)
+//   kvosim restart DIR         (the storage driver starts again)
+//   kvosim io DIR SECONDS      (emulated I/O runs that long)
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,6 +13,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -33,7 +36,9 @@ const char usage_text[] =
     "       kvosim fault DIR open NODE [errno E] [times N]\n"
     "       kvosim fault DIR missing PATH\n"
     "       kvosim fault DIR nohost PCI-ADDRESS\n"
-    "       kvosim fault DIR list | clear\n";
+    "       kvosim fault DIR list | clear\n"
+    "       kvosim restart DIR\n"
+    "       kvosim io DIR SECONDS\n";
 
 int usage() {
     fputs(usage_text, stderr);
@@ -301,6 +306,31 @@ int cmd_fault(int argc, char** argv) {
     return 0;
 }
 
+// Changes the bed's state with fn under its lock; 0, or 1 with the reason.
+int change_state(const std::string& dir, const std::function<void(Host&)>& fn) {
+    std::string why;
+    bool ok = with_state(dir, [&](State& st) {
+        fn(st.host);
+        st.dirty = true;
+    }, &why);
+    return ok ? 0 : die(why);
+}
+
+int cmd_restart(int argc, char** argv) {
+    if (argc != 3) return usage();
+    return change_state(bed_arg(argv[2]), fcpim_driver_start);
+}
+
+int cmd_io(int argc, char** argv) {
+    if (argc != 4) return usage();
+    char* end = nullptr;
+    errno = 0;
+    const unsigned long long s = strtoull(argv[3], &end, 10);
+    if (argv[3][0] < '0' || argv[3][0] > '9' || *end != '\0' || errno != 0 || s > 100000000ULL)
+        return die(std::string("io: seconds must be a whole number up to 100000000: ") + argv[3]);
+    return change_state(bed_arg(argv[2]), [s](Host& h) { advance_io_clock(h, s); });
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -311,5 +341,7 @@ int main(int argc, char** argv) {
     if (cmd == "show") return cmd_show(argc, argv);
     if (cmd == "log") return cmd_log(argc, argv);
     if (cmd == "fault") return cmd_fault(argc, argv);
+    if (cmd == "restart") return cmd_restart(argc, argv);
+    if (cmd == "io") return cmd_io(argc, argv);
     return usage();
 }

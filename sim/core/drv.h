@@ -110,6 +110,12 @@ void put_str(char (&dst)[N], const std::string& s) {
     memcpy(dst, s.data(), n);
     memset(dst + n, 0, N - n);
 }
+// The storage driver starts again (kvosim restart): what waits for a start takes effect, such as
+// a configured I/O throttle.
+void fcpim_driver_start(Host& h);
+// Emulated I/O runs for that many seconds at every nexus's rates (kvosim io).
+void advance_io_clock(Host& h, uint64_t seconds);
+
 // WWN and MAC in wire order (the first written pair first).
 wwn_t wire_wwn(uint64_t w);
 mac_t wire_mac(const Mac& m);

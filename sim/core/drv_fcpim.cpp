@@ -7,11 +7,19 @@
 //   trs [[lpwwn, rpwwn], ...]     nexuses whose target reset is disabled, at most 16
 // A nexus is (the function's port WWN, a remote port of the function). A remote port's
 // ext.itnim may set the attributes: {"state": 0..7, "retry": 0|1, "rec": 0|1,
-// "task_retry_id": 0|1, "conf_comp": 0|1}.
+// "task_retry_id": 0|1, "conf_comp": 0|1}; the driver keeps its statistics reset there
+// ("reset_clock", "resets").
+//
+// Emulated I/O: a remote port's ext.io sets the rates of its nexus, {"read_iops": R,
+// "write_iops": W, "io_size": bytes per I/O}. The counters are those rates times the bed's I/O
+// clock (host ext.io_clock, whole seconds, advanced by `kvosim io DIR SECONDS`) since the last
+// statistics reset: the same clock gives the same counters, so tests read exact values. The
+// byte counters are 32 bits wide and wrap, as the driver's do.
 #include <cstdio>
 
 #include "drv.h"
 #include "kvo_fcpim.h"
+#include "kvo_stats.h"
 
 namespace kvosim {
 
@@ -78,13 +86,76 @@ kvo_status_t itnim_get_attr(Req& r) {
     return KVO_STATUS_OK;
 }
 
+uint64_t io_clock(const Host& h) { return h.ext.value("io_clock", static_cast<uint64_t>(0)); }
+
+json& itnim_state(RemotePort& rp) {
+    json& it = rp.ext["itnim"];
+    if (!it.is_object()) it = json::object();
+    return it;
+}
+
+// Seconds of emulated I/O the nexus's counters cover: since its last reset.
+uint64_t io_seconds(const Host& h, RemotePort& rp) {
+    const uint64_t since = itnim_state(rp).value("reset_clock", static_cast<uint64_t>(0));
+    const uint64_t now = io_clock(h);
+    return now > since ? now - since : 0;
+}
+
+kvo_status_t itnim_get_itnstats(Req& r) {
+    auto& rec = r.rec<kvo_ioctl_itnim_itnstats_t>();
+    RemotePort* rp = nullptr;
+    kvo_status_t st = find_nexus(r, rec.lpwwn, rec.rpwwn, &rp);
+    if (st != KVO_STATUS_OK) return st;
+    kvo_itnim_stats_t& s = rec.itnstats;
+    s = {};
+    // A reset clears the history of logins; a nexus that never was reset has logged in once
+    // (and, if it is not online now, gone offline once).
+    if (!itnim_state(*rp).contains("reset_clock")) {
+        const json& it = itnim_state(*rp);
+        const uint32_t state = it.value("state", static_cast<uint32_t>(KVO_ITNIM_ONLINE));
+        s.prli_sent = 1;
+        s.prli_rsp_acc = rp->role == "initiator" ? 0 : 1;
+        s.initiator = rp->role == "initiator" ? 1 : 0;
+        s.onlines = 1;
+        s.offlines = state == KVO_ITNIM_ONLINE || rp->role == "initiator" ? 0 : 1;
+    }
+    return KVO_STATUS_OK;
+}
+
+kvo_status_t itnim_get_iostats(Req& r) {
+    auto& rec = r.rec<kvo_ioctl_itnim_iostats_t>();
+    RemotePort* rp = nullptr;
+    kvo_status_t st = find_nexus(r, rec.lpwwn, rec.rpwwn, &rp);
+    if (st != KVO_STATUS_OK) return st;
+    kvo_itnim_iostats_t& s = rec.iostats;
+    s = {};
+    const json io = rp->ext.value("io", json::object());
+    const uint64_t t = io_seconds(r.st.host, *rp);
+    const uint64_t reads = io.value("read_iops", static_cast<uint64_t>(0)) * t;
+    const uint64_t writes = io.value("write_iops", static_cast<uint64_t>(0)) * t;
+    const uint64_t size = io.value("io_size", static_cast<uint64_t>(4096));
+    s.input_reqs = static_cast<uint32_t>(reads);
+    s.output_reqs = static_cast<uint32_t>(writes);
+    s.total_ios = static_cast<uint32_t>(reads + writes);
+    s.io_comps = s.total_ios;
+    s.rd_throughput = static_cast<uint32_t>(reads * size);
+    s.wr_throughput = static_cast<uint32_t>(writes * size);
+    if (size <= 512) s.ios_le_512 = s.total_ios;
+    else if (size <= 4096) s.ios_le_4k = s.total_ios;
+    else if (size <= 65536) s.ios_le_64k = s.total_ios;
+    else s.ios_gt_64k = s.total_ios;
+    s.lat_le_1ms = s.total_ios;
+    r.note = fmt("t=%llu", static_cast<unsigned long long>(t));
+    return KVO_STATUS_OK;
+}
+
 kvo_status_t itnim_reset_stats(Req& r) {
     auto& rec = r.rec<kvo_ioctl_itnim_reset_stats_t>();
     RemotePort* rp = nullptr;
     kvo_status_t st = find_nexus(r, rec.lpwwn, rec.rpwwn, &rp);
     if (st != KVO_STATUS_OK) return st;
-    json& it = rp->ext["itnim"];
-    if (!it.is_object()) it = json::object();
+    json& it = itnim_state(*rp);
+    it["reset_clock"] = io_clock(r.st.host);
     it["resets"] = it.value("resets", 0) + 1;
     r.changed();
     return KVO_STATUS_OK;
@@ -173,6 +244,8 @@ kvo_status_t trs_query(Req& r) {
 
 constexpr HandlerEntry fcpim_handlers[] = {
     {KVO_IOCMD_ITNIM_GET_ATTR, "ITNIM_GET_ATTR", itnim_get_attr, 0},
+    {KVO_IOCMD_ITNIM_GET_ITNSTATS, "ITNIM_GET_ITNSTATS", itnim_get_itnstats, 0},
+    {KVO_IOCMD_ITNIM_GET_IOSTATS, "ITNIM_GET_IOSTATS", itnim_get_iostats, 0},
     {KVO_IOCMD_ITNIM_RESET_STATS, "ITNIM_RESET_STATS", itnim_reset_stats, 0},
     {KVO_IOCMD_FCPIM_FAST_FAILOVER, "FCPIM_FAST_FAILOVER", fast_failover, 0},
     {KVO_IOCMD_FCPIM_THROTTLE_QUERY, "FCPIM_THROTTLE_QUERY", throttle_query, 0},
@@ -186,5 +259,15 @@ constexpr HandlerEntry fcpim_handlers[] = {
 }  // namespace
 
 KVOSIM_HANDLERS(fcpim, fcpim_handlers);
+
+void fcpim_driver_start(Host& h) {
+    for (FnRef r : all_functions(h)) {
+        if (r.fn->driver != Driver::kvo) continue;
+        json& t = fcpim_state(*r.fn)["throttle"];
+        t["cur"] = t["cfg"];
+    }
+}
+
+void advance_io_clock(Host& h, uint64_t seconds) { h.ext["io_clock"] = io_clock(h) + seconds; }
 
 }  // namespace kvosim

@@ -132,6 +132,8 @@ Host preset_demo() {
     raid.product = "FlexStor CTRL";
     raid.rev = "0930";
     array.luns.push_back(raid);
+    // Steady I/O to the array, for the nexus counters (see kvosim io).
+    array.ext["io"] = {{"read_iops", 1200}, {"write_iops", 300}, {"io_size", 8192}};
     f0.rports.push_back(array);
     // A tape library: one drive and its changer.
     RemotePort tape = target(0x500e1f2000b20001ULL, 0x010500, 1);
@@ -155,6 +157,10 @@ Host preset_demo() {
     array2.luns.push_back(disk(0, "FlexStor 2400", 209715200));
     array2.luns.push_back(disk(1, "FlexStor 2400", 2147483648ULL));
     f1.rports.push_back(array2);
+    // A third array port that logged out: its nexus is offline.
+    RemotePort gone = target(0x500e1f2000a10003ULL, 0x020500, 1);
+    gone.ext["itnim"] = {{"state", 0}};
+    f1.rports.push_back(gone);
     hba.ports[0].functions.push_back(f0);
     hba.ports[1].functions.push_back(f1);
     h.adapters.push_back(hba);

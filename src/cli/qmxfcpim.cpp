@@ -145,6 +145,27 @@ int qmx_fcpim_query(char** argv, int argc, qmx_id_t* id) {
     return 0;
 }
 
+int qmx_fcpim_stats(char** argv, int argc, qmx_id_t* id) {
+    kvol_t* h = id->kvol;
+    if (h == nullptr) return KVO_STATUS_FAILED;
+    nexus_words n;
+    int rc = read_nexus_own(argv, argc, h, n);
+    if (rc != 0) return rc;
+    const kvol_stats_t* table = nullptr;
+    kvo_itnim_stats_t stats{};
+    kvo_status_t st = kvol_itnim_get_itnstats(h, 0, n.lpwwn, n.rpwwn, &table, &stats);
+    if (st != KVO_STATUS_OK) return st;
+    printf("\nITNIM Stats:\n");
+    kvol_print_stats(table, &stats, 0, nullptr);
+    kvo_itnim_iostats_t iostats{};
+    st = kvol_itnim_get_iostats(h, 0, n.lpwwn, n.rpwwn, &table, &iostats);
+    if (st != KVO_STATUS_OK) return st;
+    printf("\nHAL fcpim statistics\n");
+    kvol_print_stats(table, &iostats, 0, nullptr);
+    printf("\nTotal data transferred in bytes  : %u\n", kvol_itnim_get_iothroughput(table, &iostats));
+    return 0;
+}
+
 int qmx_fcpim_statsclr(char** argv, int argc, qmx_id_t* id) {
     kvol_t* h = id->kvol;
     if (h == nullptr) return KVO_STATUS_FAILED;

@@ -156,7 +156,7 @@ const qmx_cmd_desc_t qmx_fcpim_cmd_desc[] = {
     {"--ioprofile_stop", 4, 7, PORT, P_FC, nullptr},
     {"--pathtov", 2, 2, PCIFN, P_FC, qmx_fcpim_pathtov},
     {"--query", 2, 4, PCIFN, P_FC, qmx_fcpim_query},
-    {"--stats", 2, 4, PCIFN, P_FC, nullptr},
+    {"--stats", 2, 4, PCIFN, P_FC, qmx_fcpim_stats},
     {"--statsclr", 2, 4, PCIFN, P_FC, qmx_fcpim_statsclr},
     {"--throttleclear", 1, 1, PCIFN, P_FC, qmx_fcpim_throttleclear},
     {"--throttlequery", 1, 1, PCIFN, P_FC, qmx_fcpim_throttlequery},

@@ -252,3 +252,91 @@ TEST(FcpimTrs, SixteenNexusesAtMostAndNoneThroughBsg) {
     EXPECT_TRUE(requests(bed, "ITNIM_TRS_DISABLE").empty());
     EXPECT_TRUE(bed.log_clean());
 }
+
+// ---- Statistics ---------------------------------------------------------------------------------
+
+namespace {
+
+// A host whose port-0 target carries I/O at the given rates.
+std::string io_host(int read_iops, int write_iops, long io_size) {
+    std::string h = host(1);
+    const std::string at = R"("target": 0)";
+    h.replace(h.find(at), at.size(),
+              at + R"(, "ext": {"io": {"read_iops": )" + std::to_string(read_iops) +
+                  R"(, "write_iops": )" + std::to_string(write_iops) + R"(, "io_size": )" +
+                  std::to_string(io_size) + "}}");
+    return h;
+}
+
+std::string itnim_block(int onlines, int prli) {
+    return "\nITNIM Stats:\n\tOnlines : " + std::to_string(onlines) +
+           "\n\tOfflines : 0\n\tPRLI sent : " + std::to_string(prli) +
+           "\n\tExchange allocation waits : 0\n\tPRLI response errors : 0\n\tPRLI accepts : " +
+           std::to_string(prli) +
+           "\n\tRemote port is an initiator : 0\n\tPRLI response parse errors : 0\n"
+           "\tPRLI rejects : 0\n\tTimeouts : 0\n\tSequence level error recoveries : 0\n";
+}
+
+std::string io_head(unsigned reads, unsigned writes, unsigned rd_bytes, unsigned wr_bytes) {
+    return "\nHAL fcpim statistics\n\tTotal IO : " + std::to_string(reads + writes) +
+           "\n\tData in-bound requests : " + std::to_string(reads) +
+           "\n\tData out-bound requests : " + std::to_string(writes) +
+           "\n\tTotal IO Completions : " + std::to_string(reads + writes) +
+           "\n\tWrite data transferred in bytes : " + std::to_string(wr_bytes) +
+           "\n\tRead data transferred in bytes : " + std::to_string(rd_bytes) + "\n";
+}
+
+}  // namespace
+
+TEST(FcpimStats, CountersFollowTheBedsIoAndStartOverAfterAReset) {
+    Bed bed = Bed::from_json(io_host(120, 30, 4096));
+    ASSERT_EQ(bed.kvosim("io", {"10"}).status, 0);
+    Result r = bed.qmx({"fcpim", "--stats", "1/0", target(0)});
+    ASSERT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(r.out.rfind(itnim_block(1, 1) + io_head(1200, 300, 4915200, 1228800), 0), 0u) << r.out;
+    const std::string total = "\n\nTotal data transferred in bytes  : 6144000\n";
+    ASSERT_GT(r.out.size(), total.size());
+    EXPECT_EQ(r.out.substr(r.out.size() - total.size()), total);
+    // Every counter of the I/O table is printed once, in the table's order.
+    EXPECT_EQ(lines_with(r.out, " : ").size(), 11u + 68u + 1u);
+
+    EXPECT_TRUE(prints(bed.qmx({"fcpim", "--statsclr", "1/0", target(0)}),
+                       "Successfully reset the fcpim level stats\n"));
+    r = bed.qmx({"fcpim", "--stats", "1/0", target(0)});
+    EXPECT_EQ(r.out.rfind(itnim_block(0, 0) + io_head(0, 0, 0, 0), 0), 0u) << r.out;
+    ASSERT_EQ(bed.kvosim("io", {"2"}).status, 0);
+    r = bed.qmx({"fcpim", "--stats", "1/0", target(0), "-l", kLocal0});
+    EXPECT_EQ(r.out.rfind(itnim_block(0, 0) + io_head(240, 60, 983040, 245760), 0), 0u) << r.out;
+    EXPECT_TRUE(bed.log_clean());
+}
+
+TEST(FcpimStats, ByteTotalIsA32BitSumThatWraps) {
+    // One second: 3,000,000,000 bytes read and 2,000,000,000 written; each fits 32 bits, the
+    // sum does not.
+    Bed bed = Bed::from_json(io_host(3000, 2000, 1000000));
+    ASSERT_EQ(bed.kvosim("io", {"1"}).status, 0);
+    Result r = bed.qmx({"fcpim", "--stats", "1/0", target(0)});
+    ASSERT_EQ(r.status, 0);
+    EXPECT_NE(r.out.find("\tRead data transferred in bytes : 3000000000\n"), std::string::npos);
+    EXPECT_NE(r.out.find("\nTotal data transferred in bytes  : 705032704\n"), std::string::npos) << r.out;
+}
+
+TEST(FcpimStats, AFailedSecondQueryEndsAfterTheFirstTable) {
+    Bed bed = Bed::from_json(host());
+    bed.fault({"request", "ITNIM_GET_IOSTATS", "status", "35"});
+    Result r = bed.qmx({"fcpim", "--stats", "1/0", target(0)});
+    EXPECT_EQ(r.status, 35);
+    EXPECT_EQ(r.out, itnim_block(1, 1));
+    EXPECT_EQ(r.err, err("Remote port is offline "));
+    EXPECT_TRUE(fails(bed.qmx({"fcpim", "--stats", "1/0", "50:0e:1f:20:00:00:00:77"}), 19,
+                      err("Unknown remote port WWN ")));
+}
+
+TEST(FcpimThrottle, ConfiguredValueTakesEffectAtTheDriversNextStart) {
+    Bed bed = Bed::from_json(host());
+    ASSERT_EQ(bed.qmx({"fcpim", "--throttleset", "1/1", "100"}).status, 0);
+    ASSERT_EQ(bed.kvosim("restart").status, 0);
+    EXPECT_TRUE(prints(bed.qmx({"fcpim", "--throttlequery", "1/1"}),
+                       "IO Throttle:\nMax allowed\t: 1024\nCurrent value\t: 100\n"));
+}

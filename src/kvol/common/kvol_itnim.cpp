@@ -48,6 +48,53 @@ kvo_status_t kvol_itnim_get_attr(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t r
     return rc;
 }
 
+kvo_status_t kvol_itnim_get_itnstats(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn,
+                                     const kvol_stats_t** table, kvo_itnim_stats_t* stats) {
+    if (table == nullptr || stats == nullptr) return KVO_STATUS_EINVAL;
+    kvo_ioctl_itnim_itnstats_t req{};
+    name_nexus(req, vf_id, lpwwn, rpwwn);
+    kvo_status_t rc = kvol_request<KVO_IOCMD_ITNIM_GET_ITNSTATS>(h, req);
+    if (rc != KVO_STATUS_OK) return rc;
+    *stats = req.itnstats;
+    *table = &kvol_kvo_itnim_stats;
+    return KVO_STATUS_OK;
+}
+
+kvo_status_t kvol_itnim_get_iostats(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn,
+                                    const kvol_stats_t** table, kvo_itnim_iostats_t* iostats) {
+    if (table == nullptr || iostats == nullptr) return KVO_STATUS_EINVAL;
+    kvol_heap_record<kvo_ioctl_itnim_iostats_t> req;
+    if (!req) return KVO_STATUS_ENOMEM;
+    name_nexus(*req, vf_id, lpwwn, rpwwn);
+    kvo_status_t rc = kvol_request<KVO_IOCMD_ITNIM_GET_IOSTATS>(h, *req);
+    if (rc != KVO_STATUS_OK) return rc;
+    *iostats = req->iostats;
+    *table = &kvol_kvo_itnim_iostats;
+    return KVO_STATUS_OK;
+}
+
+// The counters are found by their names in the table, so the sum follows the table, not a
+// layout assumed here. A counter the table lacks counts 0; the sum wraps at 32 bits.
+uint32_t kvol_itnim_get_iothroughput(const kvol_stats_t* table, const kvo_itnim_iostats_t* iostats) {
+    if (table == nullptr || iostats == nullptr) return 0;
+    static constexpr const char* kNames[] = {"Read data transferred in bytes",
+                                             "Write data transferred in bytes"};
+    uint32_t sum = 0;
+    int found = 0;
+    for (int i = 0; i < table->count && found < 2; ++i) {
+        const kvol_stats_desc_t& row = table->desc[i];
+        for (const char* name : kNames) {
+            if (strncmp(row.desc, name, sizeof(row.desc)) != 0) continue;
+            if (row.type != KVOL_UINT32 || row.offset + sizeof(uint32_t) > sizeof(*iostats)) continue;
+            uint32_t v = 0;
+            memcpy(&v, reinterpret_cast<const uint8_t*>(iostats) + row.offset, sizeof(v));
+            sum += v;
+            ++found;
+        }
+    }
+    return sum;
+}
+
 kvo_status_t kvol_itnim_reset_stats(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn) {
     kvo_ioctl_itnim_reset_stats_t req{};
     name_nexus(req, vf_id, lpwwn, rpwwn);

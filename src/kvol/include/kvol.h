@@ -337,6 +337,14 @@ kvo_status_t kvol_rport_get_scsi_address(kvol_t* h, uint16_t vf_id, wwn_t lpwwn,
 // The attributes of the nexus (lpwwn, rpwwn).
 kvo_status_t kvol_itnim_get_attr(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn,
                                  kvo_itnim_attr_s* attr);
+// The nexus's statistics and I/O statistics, each with the table that describes it (for
+// kvol_print_stats).
+kvo_status_t kvol_itnim_get_itnstats(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn,
+                                     const kvol_stats_t** table, kvo_itnim_stats_t* stats);
+kvo_status_t kvol_itnim_get_iostats(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn,
+                                    const kvol_stats_t** table, kvo_itnim_iostats_t* iostats);
+// The bytes read plus the bytes written, found by their names in the table; wraps at 32 bits.
+uint32_t kvol_itnim_get_iothroughput(const kvol_stats_t* table, const kvo_itnim_iostats_t* iostats);
 // Clears the nexus's statistics.
 kvo_status_t kvol_itnim_reset_stats(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn);
 // Sets the path time-out (seconds; KVO_STATUS_EINVAL_TOV above 60, with no driver request) and
