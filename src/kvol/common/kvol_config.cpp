@@ -1,5 +1,6 @@
 // The configuration file: tables, parser, file lock, load/sync and the writer.
 #include "kvol_config.h"
+#include "kvol_ioc_priv.h"
 
 #include <fcntl.h>
 #include <pthread.h>
@@ -36,14 +37,6 @@ struct file_closer {
     void operator()(FILE* fp) const { fclose(fp); }
 };
 using file_ptr = std::unique_ptr<FILE, file_closer>;
-
-// Bounded, always terminated copy into a fixed-size field.
-template <size_t N>
-void copy_field(char (&dst)[N], const char* src) {
-    size_t len = strnlen(src, N - 1);
-    memcpy(dst, src, len);
-    memset(dst + len, 0, N - len);
-}
 
 template <size_t N>
 int field_len(const char (&field)[N]) {
@@ -360,7 +353,7 @@ void kvol_config_set_data(int type, int idx, const char* value) {
             break;
         }
         case KVOL_CFG_AD_NAME:
-            copy_field(ad.name, value);
+            kvol_copy_str(ad.name, value);
             ad.flags[0] |= KVOL_AD_NAME;
             break;
         case KVOL_CFG_AD_TRUNK: {
@@ -389,10 +382,10 @@ void kvol_config_set_data(int type, int idx, const char* value) {
     uint32_t word_value = 0;
 
     switch (type) {
-    case KVOL_CFG_PWWN: copy_field(r.pwwn, value); present(true); break;
-    case KVOL_CFG_MAC: copy_field(r.mac, value); present(true); break;
-    case KVOL_CFG_NAME: copy_field(r.name, value); present(true); break;
-    case KVOL_CFG_ETHNAME: copy_field(r.ethname, value); present(true); break;
+    case KVOL_CFG_PWWN: kvol_copy_str(r.pwwn, value); present(true); break;
+    case KVOL_CFG_MAC: kvol_copy_str(r.mac, value); present(true); break;
+    case KVOL_CFG_NAME: kvol_copy_str(r.name, value); present(true); break;
+    case KVOL_CFG_ETHNAME: kvol_copy_str(r.ethname, value); present(true); break;
     case KVOL_CFG_MTU: r.mtu = number(); present(true); break;
     case KVOL_CFG_SPEED: r.speed = static_cast<kvo_port_speed_t>(number()); present(true); break;
     case KVOL_CFG_TOPOLOGY: {
@@ -437,7 +430,7 @@ void kvol_config_set_data(int type, int idx, const char* value) {
         present(ok);
         break;
     }
-    case KVOL_CFG_AUTH_SSTRING: copy_field(r.authsstring, value); present(true); break;
+    case KVOL_CFG_AUTH_SSTRING: kvol_copy_str(r.authsstring, value); present(true); break;
     case KVOL_CFG_PATHTOV: r.pathtov = static_cast<uint16_t>(number()); present(true); break;
     case KVOL_CFG_QDEPTH: r.qdepth = static_cast<uint16_t>(number()); present(true); break;
     case KVOL_CFG_QOS: boolean(r.qos, "TRUE", "FALSE"); break;
@@ -468,7 +461,7 @@ void kvol_config_set_vportdata(int idx, const char* value) {
     kvol_get_mutex_lock(&vportmutex);
     r.flags[0] |= KVOL_W0_VPORT;
     char pwwn[sizeof r.vport->pwwn];
-    copy_field(pwwn, tok[0]);
+    kvol_copy_str(pwwn, tok[0]);
     // The fields are positional: a blank port WWN is still a vport, keyed by that blank.
     // Only a value with no field at all (nothing but blanks and quotes) adds no vport.
     if (count == 1 && strspn(pwwn, kTrimSet) == strlen(pwwn)) {
@@ -485,15 +478,15 @@ void kvol_config_set_vportdata(int idx, const char* value) {
             kvol_release_mutex_lock(&vportmutex);
             return;
         }
-        copy_field(node->pwwn, pwwn);
+        kvol_copy_str(node->pwwn, pwwn);
     }
-    if (count > 1) copy_field(node->nwwn, tok[1]);
+    if (count > 1) kvol_copy_str(node->nwwn, tok[1]);
     if (count > 2) {
         char name[KVOL_CFG_LINE_MAX];
         kvol_config_filter_space(tok[2], name, sizeof name);
-        copy_field(node->name.symname, name);
+        kvol_copy_str(node->name.symname, name);
     }
-    if (count > 3) copy_field(node->role, tok[3]);
+    if (count > 3) kvol_copy_str(node->role, tok[3]);
     if (count > 4) node->vf_id = static_cast<uint16_t>(kvol_config_get_num(tok[4]));
     if (fresh) {
         *link = node;  // the tail

@@ -7,19 +7,9 @@
 #include <string>
 
 #include "kvol_config.h"
+#include "kvol_ioc_priv.h"
 
 namespace {
-
-template <size_t N>
-void copy_field(char (&dst)[N], const char* src) {
-    size_t len = strnlen(src, N - 1);
-    memcpy(dst, src, len);
-    memset(dst + len, 0, N - len);
-}
-
-bool is_fc(const kvol_t* h) {
-    return h->ioc_type == KVO_IOC_TYPE_FC || h->ioc_type == KVO_IOC_TYPE_FCoE;
-}
 
 kvol_ioc_config_t* record_of(const kvol_t* h) {
     if (!h) return nullptr;
@@ -210,7 +200,7 @@ void kvol_config_auth_secretstring(const kvol_t* h, const uint32_t* words, int s
     if ((config_all[0] & KVOL_W0_AUTH_SSTRING) && text != r->authsstring)
         config_all[0] &= ~KVOL_W0_AUTH_SSTRING;
     set_bit(r->flags, 0, KVOL_W0_AUTH_SSTRING, !text.empty());
-    copy_field(r->authsstring, text.c_str());
+    kvol_copy_str(r->authsstring, text.c_str());
 }
 
 void kvol_config_iocfc_intr(const kvol_t* h, kvo_boolean_t coalesce, uint16_t delay,
@@ -232,15 +222,15 @@ void kvol_config_iocfc_intr(const kvol_t* h, kvo_boolean_t coalesce, uint16_t de
 
 void kvol_config_ioc_name(const kvol_t* h, const char* name) {
     if (!h || !name) return;
-    if (is_fc(h)) {
+    if (kvol_is_storage_ioc(h)) {
         int i = kvol_config_ioc_lookup(h->pwwn);
         if (i < 0) return;
-        copy_field(ioc_config_data[i].name, name);
+        kvol_copy_str(ioc_config_data[i].name, name);
         set_bit(ioc_config_data[i].flags, 0, KVOL_W0_NAME, name[0] != '\0');
     } else {
         int i = kvol_config_ethioc_lookup(h->mac);
         if (i < 0) return;
-        copy_field(ioc_config_data[i].ethname, name);
+        kvol_copy_str(ioc_config_data[i].ethname, name);
         set_bit(ioc_config_data[i].flags, 0, KVOL_W0_ETHNAME, name[0] != '\0');
     }
 }
@@ -274,7 +264,7 @@ void kvol_config_ad_set_name(const char* serial, const char* name) {
     int i = kvol_config_ad_lookup(serial);
     if (i < 0) i = kvol_config_ad_add(serial);
     if (i < 0) return;
-    copy_field(ad_config_data[i].name, name);
+    kvol_copy_str(ad_config_data[i].name, name);
     set_bit(ad_config_data[i].flags, 0, KVOL_AD_NAME, name[0] != '\0');
 }
 
@@ -400,7 +390,7 @@ kvo_status_t kvol_conf_port_cleanup(kvol_port_t* port) {
     for (int pcifn = 256; pcifn >= 0; --pcifn) {
         const kvol_t* ioc = kvol_port_get_ioc_by_pcifn(port, pcifn);
         if (!ioc) continue;
-        int i = is_fc(ioc) ? kvol_config_ioc_lookup(ioc->pwwn)
+        int i = kvol_is_storage_ioc(ioc) ? kvol_config_ioc_lookup(ioc->pwwn)
                            : kvol_config_ethioc_lookup(ioc->mac);
         if (i >= 0) kvol_config_ioc_zero(i);
     }
@@ -438,7 +428,7 @@ kvo_boolean_t kvol_config_get_ad_name_exists(int idx, const char* name, const ch
 
 kvo_boolean_t kvol_config_ioc_name_matches(const kvol_t* ioc, const char* name) {
     if (!ioc || !name || !name[0]) return 0;
-    if (is_fc(ioc)) {
+    if (kvol_is_storage_ioc(ioc)) {
         int i = kvol_config_ioc_lookup(ioc->pwwn);
         return i >= 0 && (ioc_config_data[i].flags[0] & KVOL_W0_NAME) &&
                strncmp(ioc_config_data[i].name, name, sizeof ioc_config_data[i].name) == 0;
@@ -479,7 +469,7 @@ void kvol_config_register_ioc(const kvol_t* h) {
     const char* path = kvol_get_cfg_path();
     (void)kvol_config_load(path);
     if (h) {
-        if (is_fc(h)) {
+        if (kvol_is_storage_ioc(h)) {
             if (kvol_config_ioc_lookup(h->pwwn) < 0) kvol_config_ioc_add(h->pwwn);
         } else if (kvol_config_ethioc_lookup(h->mac) < 0) {
             kvol_config_ethioc_add(h->mac);
@@ -493,7 +483,7 @@ void kvol_config_merge_ioc(kvol_t* h) {
     // A read under the lock, released without writing.
     if (kvol_config_load(kvol_get_cfg_path()) != KVO_STATUS_OK) return;
     const char* name = nullptr;
-    if (is_fc(h)) {
+    if (kvol_is_storage_ioc(h)) {
         int i = kvol_config_ioc_lookup(h->pwwn);
         if (i >= 0 && (ioc_config_data[i].flags[0] & KVOL_W0_NAME)) name = ioc_config_data[i].name;
     } else {
@@ -501,6 +491,6 @@ void kvol_config_merge_ioc(kvol_t* h) {
         if (i >= 0 && (ioc_config_data[i].flags[0] & KVOL_W0_ETHNAME))
             name = ioc_config_data[i].ethname;
     }
-    if (name) copy_field(h->port_name, name);
+    if (name) kvol_copy_str(h->port_name, name);
     kvol_config_unload();
 }

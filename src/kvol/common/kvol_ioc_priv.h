@@ -35,14 +35,20 @@ struct kvol_heap_record {
 };
 
 // Copies a possibly unterminated source field of at most src_size bytes into a fixed field;
-// the result is always terminated and cut to the field. The only way text enters a fixed field.
+// the result is always terminated, cut to the field, and the rest of the field zeroed. The only
+// way text enters a fixed field.
 template <size_t N>
 void kvol_copy_str(char (&dst)[N], const char* src, size_t src_size) {
     static_assert(N > 0);
     size_t len = (src == nullptr) ? 0 : strnlen(src, src_size);
     if (len > N - 1) len = N - 1;
     if (len > 0) memcpy(dst, src, len);
-    dst[len] = '\0';
+    memset(dst + len, 0, N - len);
+}
+// The same for a terminated source string.
+template <size_t N>
+void kvol_copy_str(char (&dst)[N], const char* src) {
+    kvol_copy_str(dst, src, N);
 }
 
 // ---- The request path -------------------------------------------------------------------------
