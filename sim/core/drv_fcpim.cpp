@@ -2,7 +2,7 @@
 // time-out, the I/O throttle and the target reset list.
 //
 // State (in each storage function's ext.fcpim, created with defaults on first use):
-//   path_tov                      seconds, 0..60 (default 30)
+//   path_tov                      seconds, 0..60 (default 0)
 //   throttle {max, cur, cfg}      cur is in force; cfg takes effect at the driver's next start
 //   trs [[lpwwn, rpwwn], ...]     nexuses whose target reset is disabled, at most 16
 // A nexus is (the function's port WWN, a remote port of the function). A remote port's
@@ -25,7 +25,7 @@ namespace kvosim {
 
 namespace {
 
-constexpr uint16_t kDefaultPathTov = 30;
+constexpr uint16_t kDefaultPathTov = 0;  // the driver default: no line in the file
 constexpr uint16_t kDefaultThrottle = 2000;
 constexpr size_t kTrsMax = KVO_TRS_LIST_MAX;
 

@@ -145,6 +145,10 @@ TEST(FcpimPathtov, BoundsChangeTheDriverAndTheFile) {
     EXPECT_TRUE(prints(bed.qmx({"fcpim", "--pathtov", "1/1", "007"}), "path timeout is set to 7\n"));
     EXPECT_EQ(conf_lines(bed, "pathtov"), (strings{"kvo0-pathtov = 60;", "kvo1-pathtov = 7;"}));
     EXPECT_EQ(bed.state()["adapters"][0]["ports"][0]["functions"][0]["ext"]["fcpim"]["path_tov"], 60);
+    // 0 is the driver's default: set in the driver, and its line leaves the file.
+    EXPECT_TRUE(prints(bed.qmx({"fcpim", "--pathtov", "1/1", "0"}), "path timeout is set to 0\n"));
+    EXPECT_EQ(conf_lines(bed, "pathtov"), (strings{"kvo0-pathtov = 60;"}));
+    EXPECT_TRUE(prints(bed.qmx({"fcpim", "--pathtov", "1/1", "7"}), "path timeout is set to 7\n"));
 
     // Refused by the command line, before any request: the driver never sees 61.
     bed.clear_log();
