@@ -142,6 +142,12 @@ TEST(FcpimPathtov, BoundsChangeTheDriverAndTheFile) {
     Bed bed = Bed::from_json(host());
     EXPECT_TRUE(prints(bed.qmx({"fcpim", "--pathtov", "1/0", "60"}), "path timeout is set to 60\n"));
     EXPECT_EQ(conf_lines(bed, "pathtov"), strings{"kvo0-pathtov = 60;"});
+    // In the initiator mode section, which follows the target reset one.
+    const std::string conf = bed.conf().value_or("");
+    const size_t section = conf.find("\n#\n# Initiator mode configuration\n#\n");
+    ASSERT_NE(section, std::string::npos);
+    EXPECT_GT(section, conf.find("\n#\n# Target reset configuration\n#\n"));
+    EXPECT_GT(conf.find("kvo0-pathtov = 60;"), section);
     EXPECT_TRUE(prints(bed.qmx({"fcpim", "--pathtov", "1/1", "007"}), "path timeout is set to 7\n"));
     EXPECT_EQ(conf_lines(bed, "pathtov"), (strings{"kvo0-pathtov = 60;", "kvo1-pathtov = 7;"}));
     EXPECT_EQ(bed.state()["adapters"][0]["ports"][0]["functions"][0]["ext"]["fcpim"]["path_tov"], 60);
@@ -215,6 +221,8 @@ TEST(FcpimTrs, DisableEnableQueryAndClearMirroredInTheFile) {
                        "\nTarget reset has been disabled for the following IT Nexus:\n\n"
                        "Initiator WWN  : " + std::string(kLocal0) + "\nTarget WWN     : " + target(2) + "\n\n"
                        "Initiator WWN  : " + std::string(kLocal0) + "\nTarget WWN     : " + target(0) + "\n\n"));
+    // In the target reset section.
+    EXPECT_NE(bed.conf()->find("# Target reset configuration\n#\nkvo0-trs-cfg"), std::string::npos);
     EXPECT_EQ(conf_lines(bed, "trs-cfg"),
               strings{"kvo0-trs-cfg = \"2;" + std::string(kLocal0) + "," + target(2) + ";" + kLocal0 +
                       "," + target(0) + ";\";"});
