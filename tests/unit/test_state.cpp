@@ -3,8 +3,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstring>
-#include <iterator>
 #include <map>
 #include <random>
 #include <string>
@@ -236,32 +234,6 @@ TEST(StateNames, LinkStateReasonsKeepTheirJoinedWords) {
     EXPECT_STREQ(kvol_port_linkstate_rsn_to_string(43), "iSCSI priority(s) overlap FCoE priority(s)");
     for (uint32_t c : {0u, 19u, 39u, 40u, 44u}) {
         EXPECT_STREQ(kvol_port_linkstate_rsn_to_string(c), "unknown") << c;
-    }
-}
-
-TEST(PortLogNames, DirectIndexOverFixedFields) {
-    const char* mids[] = {"Invalid", "Debug", "Driver", "HAL", "FCXP", "UF", "FCS", "LPS", "Max"};
-    static_assert(std::size(mids) == KVO_PLOG_MID_COUNT);
-    for (uint32_t i = 0; i < KVO_PLOG_MID_COUNT; ++i) {
-        EXPECT_STREQ(kvo_plog_mid_strings(i), mids[i]) << i;
-    }
-    const char* eids[] = {"Invalid", "iocstop", "iocstrt", "pstop",   "pstart",  "pstchg",
-                          "Tx",      "Tx_Ack1", "Tx_Rjt",  "Tx_Bsy",  "Rx",      "Rx_Ack1",
-                          "Rx_Rjt",  "Rx_Bsy",  "ct_in",   "ct_out",  "drvstrt", "rscn",
-                          "debug",   "misc",    "fcfdisc", "fcfcvl",  "login",   "logout",
-                          "trkscn",  ""};
-    static_assert(std::size(eids) == KVO_PLOG_EID_COUNT);
-    for (uint32_t i = 0; i < KVO_PLOG_EID_COUNT; ++i) {
-        EXPECT_STREQ(kvo_plog_eid_strings(i), eids[i]) << i;
-        EXPECT_LT(strnlen(kvo_plog_eid_strings(i), 8), 8u);
-    }
-    static_assert(sizeof(kvo_plog_eid_s::e_str) == 8 && sizeof(kvo_plog_mid_s::m_str) == 8);
-}
-
-TEST(SfpMedia, TwoLetterNames) {
-    const char* names[] = {"--", "cu", "lw", "sw", "el", "us"};
-    for (uint32_t i = 0; i < KVO_SFP_MEDIA_COUNT; ++i) {
-        EXPECT_STREQ(kvol_get_sfp_media(i), names[i]);
     }
 }
 
