@@ -26,96 +26,63 @@ std::string padded(size_t len, const std::string& tail) {
 
 }  // namespace
 
-TEST(FrontendShell, EndOfInputEndsTheShellWithSuccess) {
-    Bed bed = Bed::preset("fc");
-    Result r = bed.shell("");
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, P);
-    EXPECT_EQ(r.err, "");
-    EXPECT_TRUE(bed.log().empty());
-}
-
-TEST(FrontendShell, RunsCommandsSilentlyAndQuitReturnsTheLastResult) {
-    Bed bed = Bed::preset("fc");
-    Result r = bed.shell("adapter --count\nfoo bar\nquit\nadapter --count\n");
-    EXPECT_EQ(r.out, P + "1\n" + P + P);
-    EXPECT_EQ(r.err, "");  // the failure of "foo bar" prints nothing
-    EXPECT_EQ(r.status, 185);
-
-    Result ok = bed.shell("foo bar\nadapter --count\nexit\n");
-    EXPECT_EQ(ok.out, P + P + "1\n" + P);
-    EXPECT_EQ(ok.status, 0);
-    EXPECT_TRUE(bed.log_clean());
-}
-
-TEST(FrontendShell, ShortLinesAreIgnoredExceptDashV) {
-    Bed bed = Bed::preset("fc");
-    // "ls" does not replace the previous result.
-    Result r = bed.shell("adapter --lists\nls\n\nab\nquit\n");
-    EXPECT_EQ(r.out, prompts(5));
-    EXPECT_EQ(r.err, "");
-    EXPECT_EQ(r.status, 162);
-    // "-v" is no version request here: it is looked up as a class and fails silently.
-    Result v = bed.shell("-v\nquit\n");
-    EXPECT_EQ(v.out, prompts(2));
-    EXPECT_EQ(v.err, "");
-    EXPECT_EQ(v.status, 185);
-    Result help = bed.shell("--help\n");
-    EXPECT_EQ(help.out, prompts(2));
-    EXPECT_EQ(help.status, 185);
-}
-
-TEST(FrontendShell, ClassHelpWorksAtThePrompt) {
+// Each row: the shell's whole input, its whole output, the result it leaves; nothing is ever
+// written on standard error. Rows marked `quiet` send no request at all.
+TEST(FrontendShell, LinesAreReadSplitAndRunSilently) {
     Bed bed = Bed::preset("fc");
     const std::string usage = bed.qmx({"adapter", "--help"}).out;
-    Result r = bed.shell("adapter --help\nadapter\n");
-    EXPECT_EQ(r.out, P + usage + P + usage + P);
-    EXPECT_EQ(r.status, 0);
-    EXPECT_TRUE(bed.log().empty());
-}
-
-TEST(FrontendShell, BlankOnlyLinesAreEmpty) {
-    Bed bed = Bed::preset("fc");
-    Result r = bed.shell("adapter --lists\n   \n          \n  \n");
-    EXPECT_EQ(r.out, prompts(5));
-    EXPECT_EQ(r.err, "");
-    EXPECT_EQ(r.status, 162);
-    EXPECT_TRUE(bed.log().empty());
-}
-
-TEST(FrontendShell, OnlySingleBlanksSeparateWords) {
-    Bed bed = Bed::preset("fc");
-    Result runs = bed.shell("   adapter     --count   \n");
-    EXPECT_EQ(runs.out, P + "1\n" + P);
-    EXPECT_EQ(runs.status, 0);
-    // A tab is part of the word.
-    Result tab = bed.shell("adapter\t--count\n");
-    EXPECT_EQ(tab.out, prompts(2));
-    EXPECT_EQ(tab.status, 185);
-    Result tail = bed.shell("adapter --count\t\n");
-    EXPECT_EQ(tail.status, 162);
-}
-
-TEST(FrontendShell, LastCharacterOfTheLineIsDroppedWhateverItIs) {
-    Bed bed = Bed::preset("fc");
-    // A final line without a line feed loses its last real character.
-    Result cut = bed.shell("adapter --countX");
-    EXPECT_EQ(cut.out, P + "1\n" + P);
-    EXPECT_EQ(cut.status, 0);
-    Result lost = bed.shell("adapter --count");
-    EXPECT_EQ(lost.out, prompts(2));
-    EXPECT_EQ(lost.status, 162);  // ran as "--coun"
-
-    // 254 characters and a line feed: the line is read whole, "--countX" is no command.
-    Result whole = bed.shell(padded(254, "--countX") + "\n");
-    EXPECT_EQ(whole.out, prompts(2));
-    EXPECT_EQ(whole.status, 162);
-    // 255 characters fill the buffer: "X" is dropped, and the line feed left behind reads as
-    // an empty line.
-    Result full = bed.shell(padded(255, "--countX") + "\n");
-    EXPECT_EQ(full.out, P + "1\n" + P + P);
-    EXPECT_EQ(full.status, 0);
-    EXPECT_TRUE(bed.log_clean());
+    const std::string one = P + "1\n";  // a prompt and the output of "adapter --count"
+    // The most words a line can carry (255 characters; the last "x" is dropped and the line
+    // feed reads as an empty line).
+    std::string many = "adapter --count";
+    while (many.size() + 2 <= 255) many += " x";
+    ASSERT_EQ(many.size(), 255u);
+    const std::string nul = std::string("adapter --count\0junk\n", 21);
+    const struct {
+        const char* what;
+        std::string input, out;
+        int status;
+        bool quiet = false;
+    } rows[] = {
+        {"end of input ends the shell with success", "", P, 0, true},
+        {"quit returns the last result; a failure prints nothing",
+         "adapter --count\nfoo bar\nquit\nadapter --count\n", one + P + P, 185},
+        {"exit after a success", "foo bar\nadapter --count\nexit\n", P + one + P, 0},
+        // "ls" does not replace the previous result.
+        {"short lines are ignored", "adapter --lists\nls\n\nab\nquit\n", prompts(5), 162},
+        {"-v is no version request here", "-v\nquit\n", prompts(2), 185},
+        {"--help is looked up as a class", "--help\n", prompts(2), 185},
+        {"class help works at the prompt", "adapter --help\nadapter\n",
+         P + usage + P + usage + P, 0, true},
+        {"blank-only lines are empty", "adapter --lists\n   \n          \n  \n", prompts(5), 162,
+         true},
+        {"runs of blanks separate words", "   adapter     --count   \n", one + P, 0},
+        {"a tab is part of the word", "adapter\t--count\n", prompts(2), 185},
+        {"a tab ends the command word", "adapter --count\t\n", prompts(2), 162},
+        // The last character of the line is dropped whatever it is.
+        {"final line without a line feed", "adapter --countX", one + P, 0},
+        {"final line losing a real character", "adapter --count", prompts(2), 162},
+        // 254 characters and a line feed: the line is read whole, "--countX" is no command.
+        {"254 characters", padded(254, "--countX") + "\n", prompts(2), 162},
+        // 255 characters fill the buffer: "X" is dropped, and the line feed left behind reads
+        // as an empty line.
+        {"255 characters", padded(255, "--countX") + "\n", one + P + P, 0},
+        {"a failed count prints no usage", many + "\n", prompts(3), 166},
+        // The line ends at the NUL: the character before it is the one dropped ("--coun").
+        {"embedded NUL", nul, prompts(2), 162},
+        {"binary input", nul + "\x01\x02\x03\xff\n", prompts(3), 185},
+    };
+    for (const auto& r : rows) {
+        bed.clear_log();
+        Result got = bed.shell(r.input);
+        EXPECT_EQ(got.out, r.out) << r.what;
+        EXPECT_EQ(got.err, "") << r.what;
+        EXPECT_EQ(got.status, r.status) << r.what;
+        if (r.quiet) {
+            EXPECT_TRUE(bed.log().empty()) << r.what;
+        }
+        EXPECT_TRUE(bed.log_clean()) << r.what;
+    }
 }
 
 TEST(FrontendShell, LongLinesAreReadInPiecesWithoutHarm) {
@@ -126,29 +93,7 @@ TEST(FrontendShell, LongLinesAreReadInPiecesWithoutHarm) {
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(r.out.substr(r.out.size() - (P.size() + 2 + P.size())), P + "1\n" + P);
 
-    // The most words a line can carry (255 characters; the last "x" is dropped and the line
-    // feed reads as an empty line).
-    std::string many = "adapter --count";
-    while (many.size() + 2 <= 255) many += " x";
-    ASSERT_EQ(many.size(), 255u);
-    Result words = bed.shell(many + "\n");
-    EXPECT_EQ(words.out, prompts(3));  // a failed count prints no usage in the shell
-    EXPECT_EQ(words.status, 166);
     EXPECT_TRUE(bed.log_clean());
-}
-
-TEST(FrontendShell, BinaryAndEmbeddedNulInputIsHarmless) {
-    Bed bed = Bed::preset("fc");
-    // The line ends at the NUL: its last character before it is the one dropped, so the
-    // command runs as "--coun".
-    std::string input = std::string("adapter --count\0junk\n", 21);
-    Result nul = bed.shell(input);
-    EXPECT_EQ(nul.out, prompts(2));
-    EXPECT_EQ(nul.status, 162);
-    Result bin = bed.shell(input + "\x01\x02\x03\xff\n");
-    EXPECT_EQ(bin.out, prompts(3));
-    EXPECT_EQ(bin.err, "");
-    EXPECT_EQ(bin.status, 185);
 }
 
 TEST(FrontendShell, EveryLineScansAfreshAndFailuresStaySilent) {

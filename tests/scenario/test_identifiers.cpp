@@ -152,6 +152,7 @@ TEST(Identifiers, TheFunctionMustBeOnTheCommandsSide) {
     expect_resolved(bed, {"ethboot", "--query", "2/1"});
     expect_resolved(bed, {"bios", "--query", "2/0"});  // the FCoE function
     expect_resolved(bed, {"port", "--query", "2/1"});  // either side will do
+    for (const char* w : {"1/0", "2/1"}) expect_resolved(bed, {"dcb", "--query", w});
 
     // A WWN names a storage function only.
     expect_resolved(bed, {"bios", "--query", "10:00:00:e1:f2:01:00:01"});
@@ -198,6 +199,8 @@ TEST(Identifiers, AdapterWords) {
     for (const char* w : {"12abc", "0", "5", "1/0", "nosuch", ""}) {
         expect_refused(bed, {"pcifn", "--list", w}, kBadAdapter, bad_adapter(w));
     }
+    // A command without an identifier kind does not look at the word.
+    expect_resolved(bed, {"port", "--list", "no-such-adapter"});
     EXPECT_TRUE(bed.log_clean());
 }
 

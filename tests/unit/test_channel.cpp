@@ -5,54 +5,11 @@
 
 #include <cerrno>
 #include <cstring>
-#include <set>
-#include <utility>
-#include <vector>
 
 #include "kvol.h"
 #include "kvol_linux.h"
 
 namespace {
-
-// Request code and vendor command number of every mapped request, as the driver numbers them.
-const std::vector<std::pair<uint32_t, uint32_t>> kMapped = {
-    {0xC0084303, 1}, {0xC0084304, 2}, {0xC6604306, 3}, {0xC2104307, 4},
-    {0xC0504308, 5}, {0xC018430C, 6}, {0xC0084309, 7}, {0xC008430D, 8},
-    {0xC048430A, 9}, {0xC048430B, 10}, {0xC0084310, 11}, {0xC048B001, 12},
-    {0xC010B002, 13}, {0xC0084334, 14}, {0xC0084335, 15}, {0xC1804336, 16},
-    {0xC0184337, 17}, {0xC008433A, 18}, {0xC010433B, 19}, {0xC010433C, 20},
-    {0xC010433D, 21}, {0xC008433F, 22}, {0xC010433E, 23}, {0xC0084345, 24},
-    {0xC0084346, 25}, {0xC00C4347, 26}, {0xC170B101, 27}, {0xC020B105, 28},
-    {0xC108B103, 29}, {0xC010B104, 30}, {0xC120B102, 31}, {0xC168B205, 32},
-    {0xC028B206, 33}, {0xC120B203, 34}, {0xC018B204, 35}, {0xC020B207, 36},
-    {0xC178B305, 37}, {0xC158B306, 38}, {0xC010B307, 39}, {0xC018BE01, 40},
-    {0xC008B701, 41}, {0xC008B702, 42}, {0xC00CB703, 43}, {0xC008B801, 44},
-    {0xC118B803, 45}, {0xC008B804, 46}, {0xC028B805, 47}, {0xC028BB01, 48},
-    {0xC128BB02, 49}, {0xC018BB03, 50}, {0xC048BB04, 51}, {0xC238430E, 52},
-    {0xC008C103, 53}, {0xC008C104, 54}, {0xC018435E, 55}, {0xC018435F, 56},
-    {0xC0184363, 57}, {0xC010430F, 58}, {0xC0104344, 59}, {0xC0084357, 60},
-    {0xC0084358, 61}, {0xC018C303, 62}, {0xC018434B, 63}, {0xC018434C, 64},
-    {0xC008434A, 65}, {0xC00C434E, 66}, {0xC00C434F, 67}, {0xC4104352, 68},
-    {0xC0184353, 69}, {0xC0184354, 70}, {0xC0184355, 71}, {0xC0184314, 72},
-    {0xC0384316, 73}, {0xC0304317, 74}, {0xC0204318, 75}, {0xC0184319, 76},
-    {0xC100431B, 77}, {0xC018431C, 78}, {0xC014431D, 79}, {0xC008431F, 80},
-    {0xC024435C, 81}, {0xC028435D, 82}, {0xC018435A, 83}, {0xC018435B, 84},
-    {0xC02C4369, 85}, {0xC020432B, 86}, {0xC020432A, 87}, {0xC0084329, 88},
-    {0xC008432C, 89}, {0xC008432E, 90}, {0xC008432F, 91}, {0xC010432D, 92},
-    {0xC170C101, 96}, {0xC008C102, 97}, {0xC098B901, 98}, {0xC098B902, 99},
-    {0xC090B903, 100}, {0xC0104350, 101}, {0xC0104351, 102}, {0xC008C201, 103},
-    {0xC008C202, 104}, {0xC048C203, 105}, {0xC008B601, 106}, {0xC008B602, 107},
-    {0xC018B603, 108}, {0xC050B604, 109}, {0xC050B605, 110}, {0xC008B606, 111},
-    {0xC038B408, 112}, {0xC008B409, 113}, {0xC008B807, 114}, {0xC008B808, 115},
-    {0xC008B80B, 116}, {0xC210B806, 116}, {0xC020B809, 118}, {0xC020B80A, 119},
-    {0xC0104320, 120}, {0xC0084321, 121}, {0xC00CB607, 122}, {0xC010B80C, 123},
-    {0xC010B80D, 124}, {0xC050436E, 125}, {0xC050436F, 126}, {0xD0144370, 127},
-    {0xD0144371, 128}, {0xC00C4372, 129}, {0xC0804322, 130}, {0xC0104323, 131},
-};
-
-// Codes that pass the map unchanged: they have their own transport.
-const uint32_t kPassThrough[] = {0xC0204325, 0xC0204327, 0xC0204328, 0xC0204311, 0xC0184313,
-                                 0xC050BA01, 0xC060BA02, 0xC140B301, 0xC018B302};
 
 // A handle with no descriptor open.
 kvol_t closed_ioc(kvo_ioc_type_e type) {
@@ -64,30 +21,15 @@ kvol_t closed_ioc(kvo_ioc_type_e type) {
 
 }  // namespace
 
-TEST(ChannelMap, EveryMappedCodeGivesItsDriverNumber) {
-    ASSERT_EQ(kMapped.size(), 128u);
-    for (const auto& [code, number] : kMapped) {
-        uint32_t c = code;
-        EXPECT_EQ(kvol_map_opensrc_iocmd_codes(&c), 0) << std::hex << code;
-        EXPECT_EQ(c, number) << std::hex << code;
-    }
-}
-
-TEST(ChannelMap, TableHas137EntriesAndOnlyLunMaskClearAndQueryShareANumber) {
-    EXPECT_EQ(std::size(kvo_bsg_cmd_map), 137u);
-    std::set<uint32_t> codes;
-    std::vector<uint32_t> shared;
-    std::set<uint32_t> numbers;
+// Each row of the map: a mapped code becomes its driver number, a code with its own transport
+// (number 0) passes unchanged. (The numbers themselves are checked against the emulator's own
+// table in test_sim_oracles.cpp, and the row count at compile time.)
+TEST(ChannelMap, EveryCodeOfTheMapIsTranslatedOrPassedThrough) {
     for (const auto& m : kvo_bsg_cmd_map) {
-        EXPECT_TRUE(codes.insert(m.code).second) << "duplicate code " << std::hex << m.code;
-        if (m.vendor_cmd == 0) continue;
-        if (!numbers.insert(m.vendor_cmd).second) shared.push_back(m.vendor_cmd);
+        uint32_t c = m.code;
+        EXPECT_EQ(kvol_map_opensrc_iocmd_codes(&c), 0) << std::hex << m.code;
+        EXPECT_EQ(c, m.vendor_cmd ? m.vendor_cmd : m.code) << std::hex << m.code;
     }
-    EXPECT_EQ(shared, std::vector<uint32_t>{116});
-    for (uint32_t unused : {93u, 94u, 95u, 117u}) EXPECT_EQ(numbers.count(unused), 0u) << unused;
-    EXPECT_EQ(numbers.size(), 127u);
-    EXPECT_EQ(*numbers.begin(), 1u);
-    EXPECT_EQ(*numbers.rbegin(), 131u);
     uint32_t clear = KVO_IOCMD_FCPIM_LUNMASK_CLEAR, query = KVO_IOCMD_FCPIM_LUNMASK_QUERY;
     kvol_map_opensrc_iocmd_codes(&clear);
     kvol_map_opensrc_iocmd_codes(&query);
@@ -95,16 +37,12 @@ TEST(ChannelMap, TableHas137EntriesAndOnlyLunMaskClearAndQueryShareANumber) {
     EXPECT_EQ(query, 116u);
 }
 
-// Codes with their own transport pass unchanged; unknown ones (the version check, a code one
-// off a mapped one, a mapped number itself, zero, all ones) are refused and left alone.
-TEST(ChannelMap, UnmappedCodesAreLeftAloneAndOnlyUnknownOnesRefused) {
-    std::vector<std::pair<uint32_t, int>> rows;
-    for (uint32_t code : kPassThrough) rows.push_back({code, 0});
-    for (uint32_t code : {0xC0084301u, 0xC0084305u, 0xC2104308u, 3u, 0u, 0xFFFFFFFFu})
-        rows.push_back({code, 1});
-    for (const auto& [code, refused] : rows) {
+// Unknown codes (the version check, a code one off a mapped one, a mapped number itself, zero,
+// all ones) are refused and left alone.
+TEST(ChannelMap, UnknownCodesAreRefusedAndLeftAlone) {
+    for (uint32_t code : {0xC0084301u, 0xC0084305u, 0xC2104308u, 3u, 0u, 0xFFFFFFFFu}) {
         uint32_t c = code;
-        EXPECT_EQ(kvol_map_opensrc_iocmd_codes(&c), refused) << std::hex << code;
+        EXPECT_EQ(kvol_map_opensrc_iocmd_codes(&c), 1) << std::hex << code;
         EXPECT_EQ(c, code) << std::hex << code;
     }
     EXPECT_EQ(kvol_map_opensrc_iocmd_codes(nullptr), 1);

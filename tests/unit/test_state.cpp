@@ -3,8 +3,6 @@
 
 #include <algorithm>
 #include <climits>
-#include <cstring>
-#include <iterator>
 #include <map>
 #include <random>
 #include <string>
@@ -16,36 +14,29 @@
 
 namespace {
 
+// Rows whose exact text no scenario prints (those it does, such as 13 "Device busy", are
+// checked there through the real command's error line).
 TEST(StatusText, TellingRowsAreExact) {
     const std::map<int, std::string> rows = {
         {0, "Success "},
-        {1, "Operation failed "},
         {2, "Invalid params Check input parameters "},
         {3, "Out of resources "},
         {5, "Timer expired - Retry if persists contact support "},
-        {9, "Flash is bad "},
-        {13, "Device busy - Retry operation "},
         {14, "Operation aborted "},
-        {26, "Command/API not supported "},
         {27, "No Torvane Adapter Found "},
         {28, "Link is down - Check or replace SFP/cable "},
         {41, "A signal was caught during ioctl "},
-        {42, "I/O error "},
-        {43, "Inappropriate I/O control operation "},
         {45, "Failed to open file "},
         {46, "WWN is same as base port's WWN "},
         {50, "Missing frame check and replace SFP/cable or for Mezz card check and replace pass "
              "through module "},
-        {56, "IOC failure - Retry if persists contact support "},
         {61, "IOC is not operational. Enable IOC and if it still fails contact support "},
-        {63, "Name exists! use a different name "},
         {64, "API completes asynchronously "},
         {70, "Application/Driver version mismatch "},
         {79, "Not a valid Torvane Boot Code file "},
         {95, "Can't read windows registry "},
         {108, "Invalid speed selection for Wendrix. "},
         {129, "Bios speed config not allowed for CNA "},
-        {133, "Torvane adapter/driver not installed or loaded "},
         {141, "Acquiring Network Subsytem Lock Failed. Please try after some time "},
         {144, "User doesn't have sufficient permissions to execute the QMX application "},
         {155, "Boot image is not for the adapter(s) installed "},
@@ -236,32 +227,6 @@ TEST(StateNames, LinkStateReasonsKeepTheirJoinedWords) {
     EXPECT_STREQ(kvol_port_linkstate_rsn_to_string(43), "iSCSI priority(s) overlap FCoE priority(s)");
     for (uint32_t c : {0u, 19u, 39u, 40u, 44u}) {
         EXPECT_STREQ(kvol_port_linkstate_rsn_to_string(c), "unknown") << c;
-    }
-}
-
-TEST(PortLogNames, DirectIndexOverFixedFields) {
-    const char* mids[] = {"Invalid", "Debug", "Driver", "HAL", "FCXP", "UF", "FCS", "LPS", "Max"};
-    static_assert(std::size(mids) == KVO_PLOG_MID_COUNT);
-    for (uint32_t i = 0; i < KVO_PLOG_MID_COUNT; ++i) {
-        EXPECT_STREQ(kvo_plog_mid_strings(i), mids[i]) << i;
-    }
-    const char* eids[] = {"Invalid", "iocstop", "iocstrt", "pstop",   "pstart",  "pstchg",
-                          "Tx",      "Tx_Ack1", "Tx_Rjt",  "Tx_Bsy",  "Rx",      "Rx_Ack1",
-                          "Rx_Rjt",  "Rx_Bsy",  "ct_in",   "ct_out",  "drvstrt", "rscn",
-                          "debug",   "misc",    "fcfdisc", "fcfcvl",  "login",   "logout",
-                          "trkscn",  ""};
-    static_assert(std::size(eids) == KVO_PLOG_EID_COUNT);
-    for (uint32_t i = 0; i < KVO_PLOG_EID_COUNT; ++i) {
-        EXPECT_STREQ(kvo_plog_eid_strings(i), eids[i]) << i;
-        EXPECT_LT(strnlen(kvo_plog_eid_strings(i), 8), 8u);
-    }
-    static_assert(sizeof(kvo_plog_eid_s::e_str) == 8 && sizeof(kvo_plog_mid_s::m_str) == 8);
-}
-
-TEST(SfpMedia, TwoLetterNames) {
-    const char* names[] = {"--", "cu", "lw", "sw", "el", "us"};
-    for (uint32_t i = 0; i < KVO_SFP_MEDIA_COUNT; ++i) {
-        EXPECT_STREQ(kvol_get_sfp_media(i), names[i]);
     }
 }
 
