@@ -4,6 +4,7 @@
 //   kvosim show DIR
 //   kvosim log DIR [--clear]
 //   kvosim fault DIR RULE...   (see usage)
+//   kvosim flash DIR SERIAL TYPE INSTANCE
 #include <unistd.h>
 
 #include <cerrno>
@@ -18,6 +19,7 @@
 #include "create.h"
 #include "drv.h"
 #include "emu.h"
+#include "flash.h"
 #include "presets.h"
 
 using namespace kvosim;
@@ -33,7 +35,8 @@ const char usage_text[] =
     "       kvosim fault DIR open NODE [errno E] [times N]\n"
     "       kvosim fault DIR missing PATH\n"
     "       kvosim fault DIR nohost PCI-ADDRESS\n"
-    "       kvosim fault DIR list | clear\n";
+    "       kvosim fault DIR list | clear\n"
+    "       kvosim flash DIR SERIAL TYPE INSTANCE\n";
 
 int usage() {
     fputs(usage_text, stderr);
@@ -301,6 +304,36 @@ int cmd_fault(int argc, char** argv) {
     return 0;
 }
 
+// Writes the bytes in use of one flash partition to standard output, exactly as the last write
+// left them, so that a test can compare a partition with what it expects byte for byte.
+int cmd_flash(int argc, char** argv) {
+    if (argc != 6) return usage();
+    const std::string dir = bed_arg(argv[2]);
+    if (!is_bed(dir)) return die(dir + ": not a test bed (no state.json)");
+    long type = 0, instance = 0;
+    if (!parse_int(argv[4], 0, UINT32_MAX, type) || !parse_int(argv[5], 0, UINT16_MAX, instance))
+        return usage();
+    std::string err;
+    std::vector<uint8_t> bytes;
+    bool ok = with_state(dir, [&](State& st) {
+        for (Adapter& a : st.host.adapters) {
+            if (a.serial != argv[3]) continue;
+            FlashPart* p = flash_find(a, static_cast<uint32_t>(type), static_cast<uint32_t>(instance));
+            if (p == nullptr) {
+                err = "adapter " + a.serial + " has no partition of type " + argv[4] + " instance " + argv[5];
+                return;
+            }
+            bytes.resize(p->len);
+            if (flash_part_read(st.dir, a, *p, bytes.data(), bytes.size(), err) != KVO_STATUS_OK && err.empty())
+                err = "partition cannot be read";
+            return;
+        }
+        err = std::string("no adapter ") + argv[3];
+    }, &err);
+    if (!ok || !err.empty()) return die(err);
+    return fwrite(bytes.data(), 1, bytes.size(), stdout) == bytes.size() ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -311,5 +344,6 @@ int main(int argc, char** argv) {
     if (cmd == "show") return cmd_show(argc, argv);
     if (cmd == "log") return cmd_log(argc, argv);
     if (cmd == "fault") return cmd_fault(argc, argv);
+    if (cmd == "flash") return cmd_flash(argc, argv);
     return usage();
 }
