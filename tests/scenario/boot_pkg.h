@@ -6,13 +6,15 @@
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
+#include <iterator>
 #include <cstring>
 #include <map>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "harness.h"
+#include <gtest/gtest.h>
+#include <sys/wait.h>
 
 namespace boottest {
 
@@ -24,11 +26,20 @@ inline std::string sh_quote(const std::string& s) {
     return q + "'";
 }
 
-// Runs a shell command line; fails the test when it fails.
+// Runs a shell command line and returns its standard output; fails the test when it fails.
 inline std::string sh(const std::string& cmd) {
-    scen::Result r = scen::run_process({"/bin/sh", "-c", cmd});
-    if (r.status != 0) ADD_FAILURE() << cmd << ": " << r.err;
-    return r.out;
+    std::string out;
+    FILE* f = popen(cmd.c_str(), "r");
+    if (f == nullptr) {
+        ADD_FAILURE() << cmd << ": cannot run";
+        return out;
+    }
+    char buf[4096];
+    size_t n;
+    while ((n = fread(buf, 1, sizeof buf, f)) > 0) out.append(buf, n);
+    int st = pclose(f);
+    if (!WIFEXITED(st) || WEXITSTATUS(st) != 0) ADD_FAILURE() << cmd << ": failed";
+    return out;
 }
 
 inline void put_file(const std::string& path, const bytes& b) {
@@ -38,8 +49,8 @@ inline void put_file(const std::string& path, const std::string& s) {
     std::ofstream(path, std::ios::binary) << s;
 }
 inline bytes get_file(const std::string& path) {
-    std::string s = scen::read_text(path).value_or("");
-    return bytes(s.begin(), s.end());
+    std::ifstream f(path, std::ios::binary);
+    return bytes(std::istreambuf_iterator<char>(f), std::istreambuf_iterator<char>());
 }
 
 // Deterministic filler that differs per member.

@@ -504,9 +504,10 @@ kvo_status_t kvol_update_device_id_chksum(uint8_t* buf, size_t len, uint16_t dev
         if (fixes_device_id(devid)) put16(img + pcir + PCIR_DEVICE_ID, devid);
 
         if (img[pcir + PCIR_CODE_TYPE] == CODE_TYPE_X86) {
+            size_t vp = get16(img + ROM_VERSION_PTR);
+            if (first == 1 && !g_version_taken.load() && !fits(vp, ROM_VERSION_LEN, img_len))
+                return KVO_STATUS_BAD_BOOT_CODE;
             if (first == 1 && !g_version_taken.exchange(true)) {
-                size_t vp = get16(img + ROM_VERSION_PTR);
-                if (!fits(vp, ROM_VERSION_LEN, img_len)) return KVO_STATUS_BAD_BOOT_CODE;
                 // "3.2.7.0"-style text laid pairwise into "0xx0xx0xx0x0".
                 static constexpr size_t at[ROM_VERSION_LEN] = {1, 2, 4, 5, 7, 8, 10};
                 for (size_t i = 0; i < ROM_VERSION_LEN; i++)
