@@ -42,11 +42,9 @@ inline std::string sh(const std::string& cmd) {
     return out;
 }
 
-inline void put_file(const std::string& path, const bytes& b) {
+template <class Bytes>
+void put_file(const std::string& path, const Bytes& b) {
     std::ofstream(path, std::ios::binary).write(reinterpret_cast<const char*>(b.data()), b.size());
-}
-inline void put_file(const std::string& path, const std::string& s) {
-    std::ofstream(path, std::ios::binary) << s;
 }
 inline bytes get_file(const std::string& path) {
     std::ifstream f(path, std::ios::binary);
