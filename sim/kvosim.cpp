@@ -6,6 +6,7 @@
 //   kvosim fault DIR RULE...   (see usage)
 //   kvosim restart DIR         (the storage driver starts again)
 //   kvosim io DIR SECONDS      (emulated I/O runs that long)
+//   kvosim flash DIR SERIAL TYPE INSTANCE
 #include <unistd.h>
 
 #include <cerrno>
@@ -21,6 +22,7 @@
 #include "create.h"
 #include "drv.h"
 #include "emu.h"
+#include "flash.h"
 #include "presets.h"
 
 using namespace kvosim;
@@ -38,7 +40,8 @@ const char usage_text[] =
     "       kvosim fault DIR nohost PCI-ADDRESS\n"
     "       kvosim fault DIR list | clear\n"
     "       kvosim restart DIR\n"
-    "       kvosim io DIR SECONDS\n";
+    "       kvosim io DIR SECONDS\n"
+    "       kvosim flash DIR SERIAL TYPE INSTANCE\n";
 
 int usage() {
     fputs(usage_text, stderr);
@@ -331,6 +334,36 @@ int cmd_io(int argc, char** argv) {
     return change_state(bed_arg(argv[2]), [s](Host& h) { advance_io_clock(h, s); });
 }
 
+// Writes the bytes in use of one flash partition to standard output, exactly as the last write
+// left them, so that a test can compare a partition with what it expects byte for byte.
+int cmd_flash(int argc, char** argv) {
+    if (argc != 6) return usage();
+    const std::string dir = bed_arg(argv[2]);
+    if (!is_bed(dir)) return die(dir + ": not a test bed (no state.json)");
+    long type = 0, instance = 0;
+    if (!parse_int(argv[4], 0, UINT32_MAX, type) || !parse_int(argv[5], 0, UINT16_MAX, instance))
+        return usage();
+    std::string err;
+    std::vector<uint8_t> bytes;
+    bool ok = with_state(dir, [&](State& st) {
+        for (Adapter& a : st.host.adapters) {
+            if (a.serial != argv[3]) continue;
+            FlashPart* p = flash_find(a, static_cast<uint32_t>(type), static_cast<uint32_t>(instance));
+            if (p == nullptr) {
+                err = "adapter " + a.serial + " has no partition of type " + argv[4] + " instance " + argv[5];
+                return;
+            }
+            bytes.resize(p->len);
+            if (flash_part_read(st.dir, a, *p, bytes.data(), bytes.size(), err) != KVO_STATUS_OK && err.empty())
+                err = "partition cannot be read";
+            return;
+        }
+        err = std::string("no adapter ") + argv[3];
+    }, &err);
+    if (!ok || !err.empty()) return die(err);
+    return fwrite(bytes.data(), 1, bytes.size(), stdout) == bytes.size() ? 0 : 1;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -343,5 +376,6 @@ int main(int argc, char** argv) {
     if (cmd == "fault") return cmd_fault(argc, argv);
     if (cmd == "restart") return cmd_restart(argc, argv);
     if (cmd == "io") return cmd_io(argc, argv);
+    if (cmd == "flash") return cmd_flash(argc, argv);
     return usage();
 }

@@ -52,6 +52,7 @@ void qmx_bios_usage(int extended);
 // ---- boot ----------------------------------------------------------------------------------
 extern const qmx_cmd_desc_t qmx_boot_cmd_desc[];
 void qmx_boot_usage(int extended);
+int qmx_boot_update(char** argv, int argc, qmx_id_t* id);
 
 // ---- bootdup -------------------------------------------------------------------------------
 extern const qmx_cmd_desc_t qmx_bootdup_cmd_desc[];

@@ -58,7 +58,7 @@ const qmx_cmd_desc_t qmx_bios_cmd_desc[] = {
 
 const qmx_cmd_desc_t qmx_boot_cmd_desc[] = {
     {"--blunZone", 8, 8, NONE, P_ANY, nullptr},
-    {"--update", 2, 4, NONE, P_ANY, nullptr},
+    {"--update", 2, 4, NONE, P_ANY, qmx_boot_update},
 };
 
 const qmx_cmd_desc_t qmx_bootdup_cmd_desc[] = {

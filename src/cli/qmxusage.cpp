@@ -38,16 +38,6 @@ const qmx_usage_entry bios_usage[] = {
     {"--query", "<port_id>", "\t\tDisplays the BIOS settings of the port\n"},
 };
 
-const qmx_usage_entry boot_usage[] = {
-    {"--blunZone", "-n <zone_name> -p <port_id> -r <rpwwn> -l <LUN#>",
-     "\t\tConfigures a boot LUN zone on the fabric\n", true},
-    {"--update", "<adapter_id> <image file> | <image file> -a",
-     "\t\tUpdates the boot code of the adapter, or of all the adapters\n"
-     "\t\twith -a, from the boot code package <image file>\n",
-     false, " [-d <dev_id>]",
-     "\t\tdev_id should be 13 for dual port and 17 for single port card\n"},
-};
-
 const qmx_usage_entry bootdup_usage[] = {
     {"--query", "<ad_id> [-t <part_type>] [-i <instance>]",
      "\t\tDisplays the flash partitions of the boot image\n"},
@@ -303,9 +293,6 @@ const qmx_usage_entry vport_usage[] = {
 
 void qmx_auth_usage(int extended) { qmx_print_usage("auth --show 1/0", auth_usage, extended); }
 void qmx_bios_usage(int extended) { qmx_print_usage("bios --query 1/0", bios_usage, extended); }
-void qmx_boot_usage(int extended) {
-    qmx_print_usage("boot --update 1 <image file>", boot_usage, extended);
-}
 void qmx_bootdup_usage(int extended) {
     qmx_print_usage("bootdup --query 1", bootdup_usage, extended);
 }

@@ -314,6 +314,20 @@ kvo_status_t kvol_flash_disable_optrom(kvol_t* h);
 // The first partition of a type in a table read by kvol_flash_get_attr; null if none.
 const kvo_flash_part_attr_s* kvol_flash_find_part(const kvo_flash_attr_s* attr, uint32_t type);
 
+// ---- Boot code update -------------------------------------------------------------------------
+
+// Adapters one update handles at most (one thread each).
+constexpr int KVOL_BOOT_MAX_ADAPTERS = 16;
+// Writes the boot code package at path into the flash of the adapter of ioc, or of every
+// adapter of the scan when ioc is null (one thread per adapter: bit i of *mask is set when
+// adapter i + 1 succeeded, statuses[i] is its status). A non-zero devid is only checked
+// (KVO_STATUS_INVALID_DEVID unless 0x13, 0x14, 0x17 or 0x21) and nothing is written. Returns
+// the update's status; when the package cannot be used, or with a non-zero devid, every entry
+// of statuses is set to it. In the all-adapter form a completed run returns KVO_STATUS_OK and
+// the per-adapter results are in mask and statuses.
+kvo_status_t kvol_boot_fwupdate(kvol_t* ioc, const char* path, uint16_t devid, uint16_t* mask,
+                                kvo_status_t (&statuses)[KVOL_BOOT_MAX_ADAPTERS]);
+
 // ---- Configuration store seams used by discovery (implemented with the store) -------------------
 
 // Registers an adapter serial in the configuration file (one transaction; statuses ignored).
