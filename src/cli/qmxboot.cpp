@@ -86,7 +86,10 @@ int qmx_boot_update_progress_indicator(kvol_t* ioc) {
         if (++pass > PROGRESS_MAX_PASSES) {
             printf("boot code update timed out \n");
             if (pthread_mutex_unlock(&wc.mutex) != 0) printf("unlock main waitCond mutex failed\n");
-            pthread_detach(worker);
+            // The worker uses the adapter scan, which the dispatcher frees after this handler:
+            // it is told to stop and waited for (it ends after the flash request in progress).
+            kvol_boot_cancel();
+            pthread_join(worker, nullptr);
             return KVO_STATUS_BOOT_CODE_TIMEDOUT;
         }
     }

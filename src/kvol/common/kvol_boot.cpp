@@ -280,8 +280,13 @@ const IMAGEFILE_DATA_T* find_image(const std::vector<IMAGEFILE_DATA_T>& images, 
     return nullptr;
 }
 
+// Set when the command gave up waiting: the workers write nothing more, so that they end soon
+// and the caller can wait for them before it releases what they use.
+std::atomic<bool> g_cancelled{false};
+
 kvo_status_t write_member(kvol_t* ioc, uint32_t type, uint32_t instance, const uint8_t* buf,
                           size_t len) {
+    if (g_cancelled.load()) return KVO_STATUS_BOOT_CODE_TIMEDOUT;
     return kvol_flash_update_part(ioc, type, instance, buf, static_cast<uint32_t>(len));
 }
 
@@ -577,6 +582,7 @@ kvo_status_t kvol_boot_vpd_update(kvol_t* ioc, uint32_t card_type,
                                   const char (&version)[KVOL_BOOT_VER_LEN + 1]) {
     if (!keeps_version_in_vpd(card_type)) return KVO_STATUS_OK;
     uint8_t vpd[VPD_LEN];
+    if (g_cancelled.load()) return KVO_STATUS_BOOT_CODE_TIMEDOUT;
     kvo_status_t s = kvol_flash_read_part(ioc, KVO_FLASH_PART_VPD, 0, vpd, VPD_LEN);
     if (s != KVO_STATUS_OK) return s;
     kvol_vpd_set_fw_version(vpd, VPD_LEN, version, KVOL_BOOT_VER_LEN);
@@ -636,8 +642,11 @@ kvo_status_t kvol_boot_flash_data(kvol_t* ioc, uint16_t devid, uint32_t card_typ
     if ((im = member(card->asic_block_name)) != nullptr &&
         (s = write_member(ioc, KVO_FLASH_PART_ASIC, 0, im->ibuf.data(), im->ibuf.size())) != KVO_STATUS_OK)
         return s;
+    if (g_cancelled.load()) return KVO_STATUS_BOOT_CODE_TIMEDOUT;
     return kvol_flash_enable_optrom(ioc);
 }
+
+void kvol_boot_cancel() { g_cancelled.store(true); }
 
 // ---- Every adapter --------------------------------------------------------------------------
 
@@ -709,6 +718,7 @@ kvo_status_t kvol_update_adapter_thread(uint16_t* mask,
 
 kvo_status_t kvol_boot_fwupdate(kvol_t* ioc, const char* path, uint16_t devid, uint16_t* mask,
                                 kvo_status_t (&statuses)[KVOL_BOOT_MAX_ADAPTERS]) {
+    g_cancelled.store(false);
     kvo_status_t s = KVO_STATUS_OK;
     uint16_t dev_id = 0;
     uint32_t card_type = 0;

@@ -327,6 +327,9 @@ constexpr int KVOL_BOOT_MAX_ADAPTERS = 16;
 // the per-adapter results are in mask and statuses.
 kvo_status_t kvol_boot_fwupdate(kvol_t* ioc, const char* path, uint16_t devid, uint16_t* mask,
                                 kvo_status_t (&statuses)[KVOL_BOOT_MAX_ADAPTERS]);
+// Asks a running kvol_boot_fwupdate to write nothing more: each adapter's update ends after the
+// request in progress, with KVO_STATUS_BOOT_CODE_TIMEDOUT.
+void kvol_boot_cancel();
 
 // ---- Configuration store seams used by discovery (implemented with the store) -------------------
 
