@@ -6,6 +6,7 @@
 // processes (flock on the bed's lock file) and reloads state.json when another process
 // changed it.
 #include <functional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -62,6 +63,15 @@ bool save_state(State& st, std::string& why);
 // removes what the fault rules say is missing. Writes /etc/kvo.conf only when create is set.
 bool materialise(State& st, bool create, std::string& why);
 Instances probe_order(const Host& h);
+// The SCSI part of root/: removes the scsi_device entries, class entries and nodes the model no
+// longer has, and writes the devices (all, or those whose H:C:T:L is in `only`).
+bool scsi_materialise(State& st, const std::set<std::string>* only, std::string& why);
+// Hosts with more SCSI devices than this get the SCSI part of root/ at its first access.
+constexpr size_t kEagerScsiDevices = 512;
+// Whether the bed's SCSI part of root/ was written (the file scsi-built in the bed).
+bool scsi_built(const std::string& dir);
+// Removes from root/ what the `missing` fault rules name.
+void apply_missing(State& st);
 
 // Appends one line to the bed's log.
 void append_log(const std::string& dir, const std::string& line);

@@ -9,6 +9,7 @@
 
 #include "emu.h"
 #include "flash.h"
+#include "scsi.h"
 
 namespace kvosim {
 
@@ -52,6 +53,7 @@ bool create_bed(const std::string& dir, Host host, const json* raw, std::string&
     State st;
     st.dir = dir;
     st.host = std::move(host);
+    assign_scsi_names(st.host);
     if (!materialise(st, true, why)) return false;
     st.inst = probe_order(st.host);
     if (!save_state(st, why)) return false;

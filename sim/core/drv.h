@@ -116,6 +116,10 @@ void fcpim_driver_start(Host& h);
 // Emulated I/O runs for that many seconds at every nexus's rates (kvosim io).
 void advance_io_clock(Host& h, uint64_t seconds);
 
+// ioctl on a SCSI node (/dev/sgN, /dev/sdX, /dev/srN, /dev/stN, /dev/nstN), under the bed's lock.
+struct NodeRef;
+int scsi_node_ioctl(State& st, const NodeRef& node, unsigned long request, void* arg);
+
 // WWN and MAC in wire order (the first written pair first).
 wwn_t wire_wwn(uint64_t w);
 mac_t wire_mac(const Mac& m);

@@ -407,6 +407,7 @@ int node_ioctl_unguarded(const NodeRef& node, unsigned long request, void* arg) 
         case NodeKind::ipfc: rc = plain_ioctl(st, node, request, arg); break;
         case NodeKind::bsg_host:
         case NodeKind::fc_host: rc = bsg_ioctl(st, node, request, arg); break;
+        case NodeKind::scsi: rc = scsi_node_ioctl(st, node, request, arg); break;
         default:
             append_log(st.dir, fmt("UNHANDLED %s ioctl 0x%lx -> errno=EOPNOTSUPP", node.path.c_str(), request));
             errno = EOPNOTSUPP;

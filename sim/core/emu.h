@@ -20,17 +20,36 @@ std::string bed_file(const std::string& vpath);
 // The virtual path of a real path inside the bed's root/, or "" when it is outside.
 std::string virtual_of(const std::string& real);
 
-enum class NodeKind { none, kvo, tqe, ipfc, bsg_host, fc_host, bsg_rport, rport, sg };
+enum class NodeKind { none, kvo, tqe, ipfc, bsg_host, fc_host, bsg_rport, rport, sg, scsi };
 struct NodeRef {
     NodeKind kind = NodeKind::none;
     int host = -1;     // fc_host number of bsg_host / fc_host nodes
     std::string path;  // the node's path as the caller named it (normalised)
+    int fd = -1;       // the descriptor the request came on (scsi nodes keep per-open settings)
 };
 // Classifies an emulated path; kind none for anything that is not a driver node.
 NodeRef classify_node(const std::string& vpath);
 
+// What stat shows for an emulated SCSI node (/dev/sgN, /dev/sdX, ...): a character or block
+// device with the number the kernel's drivers give it, so that tools that match sysfs `dev`
+// attributes against /dev find it. False for any other path.
+bool node_identity(const std::string& vpath, mode_t& type, dev_t& rdev);
+
 // ioctl on a descriptor opened on an emulated node: 0 or -1 with errno, as the kernel answers.
 int node_ioctl(const NodeRef& node, unsigned long request, void* arg);
+// A SCSI node was opened on this descriptor: its per-open settings start at the defaults.
+void scsi_fd_opened(int fd);
+
+// The SCSI part of root/ (scsi_device entries, their classes and nodes) of a host with many
+// LUNs is written at the first access to one of its paths: scsi_fs_path tells those paths,
+// ensure_scsi_fs writes it once.
+bool scsi_fs_path(const std::string& vpath);
+void ensure_scsi_fs();
+
+// sysfs files the kernel acts on when written (a SCSI device's `delete`, a host's `scan`).
+bool sysfs_action_file(const std::string& vpath);
+// Acts on what was written to such a file, once: the file reads empty again afterwards.
+void sysfs_written(const std::string& vpath);
 
 // While a bed is active no ioctl reaches a device or network interface of the machine.
 //

@@ -1,14 +1,18 @@
 // root/: the emulated sysfs, device nodes, configuration and firmware directories, written from
 // the model. Device nodes are plain files: what makes them nodes is that the preload library
 // answers ioctl on descriptors opened on them.
+#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cinttypes>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
+#include <set>
 
 #include "bed.h"
+#include "scsi.h"
 
 namespace kvosim {
 
@@ -34,13 +38,29 @@ public:
         return true;
     }
     // Writes only when the content differs, so a refresh leaves untouched files alone.
-    bool file(const std::string& vpath, const std::string& content) {
+    bool file(const std::string& vpath, const std::string& content, bool fresh = false) {
         std::string path = root_ + vpath;
         std::string old;
-        if (read_file(path, old) && old == content) return true;
+        if (!fresh && read_file(path, old) && old == content) return true;
         std::string w;
         if (!write_file(path, content, w)) return failed(vpath, w);
         return true;
+    }
+    // A symbolic link; an entry of another kind or target is replaced.
+    bool link(const std::string& vpath, const std::string& target, bool fresh = false) {
+        std::string path = root_ + vpath;
+        if (fresh && symlink(target.c_str(), path.c_str()) == 0) return true;
+        char buf[512];
+        ssize_t n = readlink(path.c_str(), buf, sizeof buf);
+        if (n >= 0 && target.compare(0, std::string::npos, buf, static_cast<size_t>(n)) == 0) return true;
+        std::error_code ec;
+        std::filesystem::remove_all(path, ec);
+        if (symlink(target.c_str(), path.c_str()) != 0) return failed(vpath, "cannot create link");
+        return true;
+    }
+    bool exists(const std::string& vpath) const {
+        struct stat sb;
+        return lstat((root_ + vpath).c_str(), &sb) == 0;
     }
     bool ok() const { return why_.empty(); }
     const std::string& why() const { return why_; }
@@ -155,7 +175,256 @@ bool remove_path(const std::string& path) {
     return !ec;
 }
 
+// ---- the SCSI side: scsi_device entries, their sg/sd/sr/st children, the FC remote ports ----
+
+constexpr const char* kScsiDevices = "/sys/bus/scsi/devices/";
+
+std::string dev_pair(unsigned major, unsigned minor) { return std::to_string(major) + ":" + std::to_string(minor) + "\n"; }
+
+// The node's device number, as its `dev` attribute shows it.
+std::string node_dev(const std::string& name) {
+    bool block = false;
+    unsigned major = 0, minor = 0;
+    scsi_node_number(name, block, major, minor);
+    return dev_pair(major, minor);
+}
+
+std::string padded(const std::string& s, size_t n) {
+    std::string r = s.substr(0, n);
+    r.resize(n, ' ');
+    return r + "\n";
+}
+
+bool nexus_online(const RemotePort& rp) {
+    auto it = rp.ext.find("itnim");
+    return it == rp.ext.end() || !it->is_object() || it->value("state", 5) == 5;
+}
+
+std::string upper_name(const Lun& l) {
+    const std::string u = upper_driver(l.type);
+    return u.empty() || l.dev < 0 ? std::string() : disk_name(u, l.dev);
+}
+
+// The directory of the block, generic or tape child, and the link to it from the device.
+void child_link(Writer& w, bool fresh, const std::string& dev, const std::string& kind, const std::string& name,
+                const std::string& old_home) {
+    w.link(dev + "/" + kind + ":" + name, "../../../.." + old_home.substr(4), fresh);
+}
+
+void scsi_device_files(Writer& w, const Host& h, const ScsiDev& d) {
+    const Lun& l = *d.lun;
+    const bool old = h.old_layout;
+    const std::string x = d.hctl();
+    const std::string D = kScsiDevices + x;
+    const int pt = peripheral_type(l.type);
+    char t[16];
+    snprintf(t, sizeof t, "%d\n", pt);
+    // A device written before keeps what it has unless an attribute differs; a new one is
+    // written without looking (thousands of devices on a large host).
+    const bool fresh = !w.exists(D);
+    auto file = [&](const std::string& p, const std::string& c) { w.file(p, c, fresh); };
+    auto link = [&](const std::string& p, const std::string& target) { w.link(p, target, fresh); };
+    w.dir(D);
+    file(D + "/type", t);
+    file(D + "/vendor", padded(l.vendor, 8));
+    file(D + "/model", padded(l.product, 16));
+    file(D + "/rev", padded(l.rev, 4));
+    file(D + "/scsi_level", "7\n");
+    file(D + "/state", nexus_online(*d.rp) ? "running\n" : "transport-offline\n");
+    file(D + "/delete", "");
+    char wwid[64];
+    snprintf(wwid, sizeof wwid, "naa.600e1f20%09llx%016llx\n",
+             static_cast<unsigned long long>(d.rp->pwwn & 0xFFFFFFFFFULL), static_cast<unsigned long long>(l.lun));
+    file(D + "/wwid", wwid);
+    const std::string up = upper_driver(l.type);
+
+    // scsi_device class
+    if (old) {
+        const std::string c = "/sys/class/scsi_device/" + x;
+        w.dir(c);
+        link(c + "/device", "../../../bus/scsi/devices/" + x);
+        child_link(w, fresh, D, "scsi_device", x, c);
+    } else {
+        w.dir(D + "/scsi_device/" + x);
+        link(D + "/scsi_device/" + x + "/device", "../..");
+        link("/sys/class/scsi_device/" + x, "../../bus/scsi/devices/" + x + "/scsi_device/" + x);
+    }
+    // A class device of the device: its directory (under the device, or in the class on the
+    // old layout), its attributes, the class entry and the device's link to it.
+    auto child = [&](const std::string& cls_dir, const std::string& kind, const std::string& name,
+                     const std::vector<std::pair<std::string, std::string>>& attrs) {
+        std::string home;
+        if (old) {
+            home = cls_dir + name;
+            w.dir(home);
+            link(home + "/device", cls_dir == "/sys/block/" ? "../../bus/scsi/devices/" + x
+                                                              : "../../../bus/scsi/devices/" + x);
+            child_link(w, fresh, D, kind, name, home);
+        } else {
+            home = D + "/" + kind + "/" + name;
+            w.dir(home);
+            link(home + "/device", "../..");
+            link(cls_dir + name, (cls_dir == "/sys/block/" ? "../bus/scsi/devices/" : "../../bus/scsi/devices/") + x +
+                                       "/" + kind + "/" + name);
+        }
+        for (const auto& [k, v] : attrs) file(home + "/" + k, v);
+        return home;
+    };
+    if (l.sg >= 0) {
+        const std::string sg = "sg" + std::to_string(l.sg);
+        child("/sys/class/scsi_generic/", "scsi_generic", sg, {{"dev", node_dev(sg)}});
+        // The sg driver links its node from the device as "generic".
+        link(D + "/generic", old ? "../../../../class/scsi_generic/" + sg : "scsi_generic/" + sg);
+        file("/dev/" + sg, "");
+    }
+    const std::string name = upper_name(l);
+    if (name.empty()) return;
+    const std::string size = std::to_string(l.blocks * l.block_size / 512) + "\n";
+    if (up == "sd") {
+        child("/sys/block/", "block", name,
+              {{"dev", node_dev(name)}, {"size", size}, {"removable", "0\n"}});
+        child("/sys/class/scsi_disk/", "scsi_disk", x, {});
+        file("/dev/" + name, "");
+    } else if (up == "sr") {
+        child("/sys/block/", "block", name,
+              {{"dev", node_dev(name)}, {"size", size}, {"removable", "1\n"}});
+        file("/dev/" + name, "");
+    } else if (up == "st") {
+        const std::string nst = "n" + name;
+        child("/sys/class/scsi_tape/", "scsi_tape", name, {{"dev", node_dev(name)}});
+        child("/sys/class/scsi_tape/", "scsi_tape", nst, {{"dev", node_dev(nst)}});
+        // The st driver links its first node from the device as "tape", on both layouts.
+        link(D + "/tape", old ? "../../../../class/scsi_tape/" + name : "scsi_tape/" + name);
+        file("/dev/" + name, "");
+        file("/dev/" + nst, "");
+    }
+}
+
+void fc_rport_files(Writer& w, const Function& f, size_t index, const RemotePort& rp) {
+    const std::string hn = std::to_string(f.host);
+    const std::string r = "/sys/class/fc_remote_ports/rport-" + hn + ":0-" + std::to_string(index);
+    const bool tgt = rp.role == "target";
+    w.dir(r);
+    w.file(r + "/port_name", hex64(rp.pwwn));
+    w.file(r + "/node_name", hex64(rp.nwwn));
+    char pid[16];
+    snprintf(pid, sizeof pid, "0x%06x\n", rp.port_id);
+    w.file(r + "/port_id", pid);
+    w.file(r + "/roles", tgt ? "FCP Target\n" : rp.role == "initiator" ? "FCP Initiator\n" : "Fabric\n");
+    w.file(r + "/port_state", nexus_online(rp) ? "Online\n" : "Blocked\n");
+    w.file(r + "/scsi_target_id", tgt ? std::to_string(rp.target) + "\n" : "-1\n");
+    w.file(r + "/supported_classes", "Class 3\n");
+    w.file(r + "/dev_loss_tmo", "30\n");
+    if (!tgt) return;
+    const std::string t = "/sys/class/fc_transport/target" + hn + ":0:" + std::to_string(rp.target);
+    w.dir(t);
+    w.file(t + "/port_name", hex64(rp.pwwn));
+    w.file(t + "/node_name", hex64(rp.nwwn));
+    w.file(t + "/port_id", pid);
+}
+
+bool is_scsi_node(const char* n) {
+    auto digits = [](const char* p) {
+        if (*p == '\0') return false;
+        for (; *p; p++)
+            if (*p < '0' || *p > '9') return false;
+        return true;
+    };
+    auto letters = [](const char* p) {
+        if (*p == '\0') return false;
+        for (; *p; p++)
+            if (*p < 'a' || *p > 'z') return false;
+        return true;
+    };
+    if (strncmp(n, "sg", 2) == 0 || strncmp(n, "st", 2) == 0 || strncmp(n, "sr", 2) == 0) return digits(n + 2);
+    if (strncmp(n, "nst", 3) == 0) return digits(n + 3);
+    if (strncmp(n, "sd", 2) == 0) return letters(n + 2);
+    return false;
+}
+
+// Removes the entries of a directory of root/ that are not in `keep` (and pass `mine`).
+void prune(const std::string& real_dir, const std::set<std::string>& keep, bool (*mine)(const char*)) {
+    DIR* d = opendir(real_dir.c_str());
+    if (d == nullptr) return;
+    std::vector<std::string> gone;
+    while (dirent* e = readdir(d)) {
+        if (strcmp(e->d_name, ".") == 0 || strcmp(e->d_name, "..") == 0) continue;
+        if (mine != nullptr && !mine(e->d_name)) continue;
+        if (keep.count(e->d_name) == 0) gone.push_back(e->d_name);
+    }
+    closedir(d);
+    for (const std::string& g : gone) remove_path(real_dir + "/" + g);
+}
+
 }  // namespace
+
+bool scsi_materialise(State& st, const std::set<std::string>* only, std::string& why) {
+    Writer w(st.root());
+    for (const char* d : {"/sys/bus/scsi/devices", "/sys/class/scsi_generic", "/sys/class/scsi_disk",
+                          "/sys/class/scsi_tape", "/sys/block", "/sys/class/fc_remote_ports",
+                          "/sys/class/fc_transport", "/sys/class/scsi_device"})
+        w.dir(d);
+    Host& h = st.host;
+    std::vector<ScsiDev> devs = scsi_devices(h, true);
+    // What the host has now: everything else of the SCSI classes and nodes goes.
+    std::set<std::string> hctl, sg, disk, tape, block, nodes, rports, targets;
+    for (const ScsiDev& d : devs) {
+        const Lun& l = *d.lun;
+        hctl.insert(d.hctl());
+        if (l.sg >= 0) {
+            sg.insert("sg" + std::to_string(l.sg));
+            nodes.insert("sg" + std::to_string(l.sg));
+        }
+        const std::string name = upper_name(l);
+        if (name.empty()) continue;
+        nodes.insert(name);
+        const std::string up = upper_driver(l.type);
+        if (up == "sd") disk.insert(d.hctl());
+        if (up == "st") {
+            tape.insert(name);
+            tape.insert("n" + name);
+            nodes.insert("n" + name);
+        } else {
+            block.insert(name);
+        }
+    }
+    for (Adapter& a : h.adapters)
+        for (Port& p : a.ports)
+            for (Function& f : p.functions) {
+                if (!host_registered(h, f)) continue;
+                for (size_t i = 0; i < f.rports.size(); i++) {
+                    if (f.rports[i].role == "fabric") continue;
+                    rports.insert("rport-" + std::to_string(f.host) + ":0-" + std::to_string(i));
+                    if (f.rports[i].role == "target")
+                        targets.insert("target" + std::to_string(f.host) + ":0:" + std::to_string(f.rports[i].target));
+                }
+            }
+    const std::string root = st.root();
+    prune(root + "/sys/bus/scsi/devices", hctl, nullptr);
+    prune(root + "/sys/class/scsi_device", hctl, nullptr);
+    prune(root + "/sys/class/scsi_generic", sg, nullptr);
+    prune(root + "/sys/class/scsi_disk", disk, nullptr);
+    prune(root + "/sys/class/scsi_tape", tape, nullptr);
+    prune(root + "/sys/block", block, nullptr);
+    prune(root + "/dev", nodes, is_scsi_node);
+    prune(root + "/sys/class/fc_remote_ports", rports, nullptr);
+    prune(root + "/sys/class/fc_transport", targets, nullptr);
+    for (const ScsiDev& d : devs)
+        if (only == nullptr || only->count(d.hctl()) != 0) scsi_device_files(w, h, d);
+    if (only == nullptr)
+        for (Adapter& a : h.adapters)
+            for (Port& p : a.ports)
+                for (Function& f : p.functions) {
+                    if (!host_registered(h, f)) continue;
+                    for (size_t i = 0; i < f.rports.size(); i++)
+                        if (f.rports[i].role != "fabric") fc_rport_files(w, f, i, f.rports[i]);
+                }
+    if (!w.ok()) {
+        why = w.why();
+        return false;
+    }
+    return true;
+}
 
 bool materialise(State& st, bool create, std::string& why) {
     const std::string root = st.root();
@@ -189,7 +458,24 @@ bool materialise(State& st, bool create, std::string& why) {
         why = w.why();
         return false;
     }
-    for (const Fault& f : h.faults) {
+    // A host with thousands of LUNs gets its SCSI part at the first access to a SCSI path
+    // (ensure_scsi_fs), so that beds which never look at it do not pay for it.
+    if (scsi_devices(st.host, true).size() <= kEagerScsiDevices || scsi_built(st.dir)) {
+        if (!scsi_materialise(st, nullptr, why)) return false;
+        if (!write_file(st.dir + "/scsi-built", "", why)) return false;
+    }
+    apply_missing(st);
+    return true;
+}
+
+bool scsi_built(const std::string& dir) {
+    struct stat sb;
+    return stat((dir + "/scsi-built").c_str(), &sb) == 0;
+}
+
+void apply_missing(State& st) {
+    const std::string root = st.root();
+    for (const Fault& f : st.host.faults) {
         if (f.kind == "missing") {
             remove_path(root + f.path);
         } else if (f.kind == "nohost") {
@@ -203,7 +489,6 @@ bool materialise(State& st, bool create, std::string& why) {
             }
         }
     }
-    return true;
 }
 
 }  // namespace kvosim

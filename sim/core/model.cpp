@@ -1,6 +1,7 @@
 // state.json <-> the host model, with the checks that keep every text field within the record
 // field it is copied into and every identity (PCI address, host number, interface) unique.
 #include "model.h"
+#include "scsi.h"
 
 #include <cinttypes>
 #include <cstdio>
@@ -121,6 +122,13 @@ Lun lun_from(const json& j, const std::string& w) {
     l.blocks = num(j, "blocks", 0, w);
     l.block_size = static_cast<uint32_t>(num(j, "block_size", 512, w, 1u << 20));
     l.serial = str(j, "serial", "", w, 32);
+    l.no_sg = boolean(j, "no_sg", false, w);
+    l.present = boolean(j, "present", true, w);
+    l.sg = static_cast<int>(snum(j, "sg", -1, w));
+    l.dev = static_cast<int>(snum(j, "dev", -1, w));
+    if (l.sg < -1 || l.sg > 32767) fail(w + ".sg", "out of range");
+    if (l.dev < -1 || l.dev > 65535) fail(w + ".dev", "out of range");
+    if (l.no_sg && l.sg >= 0) fail(w + ".sg", "a LUN with no_sg has no sg node");
     l.ext = ext_of(j, w);
     return l;
 }
@@ -159,6 +167,10 @@ json lun_to(const Lun& l) {
     j["blocks"] = l.blocks;
     j["block_size"] = l.block_size;
     if (!l.serial.empty()) j["serial"] = l.serial;
+    if (l.no_sg) j["no_sg"] = true;
+    if (!l.present) j["present"] = false;
+    if (l.sg >= 0) j["sg"] = l.sg;
+    if (l.dev >= 0) j["dev"] = l.dev;
     if (!l.ext.empty()) j["ext"] = l.ext;
     return j;
 }
@@ -324,6 +336,7 @@ json host_to_json(const Host& h) {
     j["driver_version"] = h.driver_ver;
     j["drivers"] = {{"kvo", h.kvo_loaded}, {"tqe", h.tqe_loaded}, {"kvoipfc", h.ipfc_node}};
     j["sysfs_order"] = h.hash_order ? "hash" : "sorted";
+    if (h.old_layout) j["sysfs_layout"] = "old";
     if (h.has_conf) j["kvo_conf"] = h.kvo_conf;
     json ads = json::array();
     for (const Adapter& a : h.adapters) {
@@ -436,6 +449,9 @@ Host host_from_json(const json& j) {
     const std::string order = str(j, "sysfs_order", "sorted", "host", 15);
     if (order != "sorted" && order != "hash") fail("host.sysfs_order", "must be sorted or hash");
     h.hash_order = order == "hash";
+    const std::string layout = str(j, "sysfs_layout", "current", "host", 15);
+    if (layout != "current" && layout != "old") fail("host.sysfs_layout", "must be current or old");
+    h.old_layout = layout == "old";
     std::set<std::string> pcis, ethnames, serials;
     std::set<int> hosts;
     bool any_kvo = false, any_tqe = false;
@@ -631,6 +647,7 @@ Host host_from_json(const json& j) {
         h.faults.push_back(f);
     }
     h.ext = ext_of(j, "host");
+    assign_scsi_names(h);
     return h;
 }
 

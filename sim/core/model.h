@@ -24,6 +24,13 @@ struct Lun {
     uint64_t blocks = 0;      // capacity in logical blocks (0 for devices without one)
     uint32_t block_size = 512;
     std::string serial;
+    bool no_sg = false;       // the SCSI generic driver did not attach: no sg node
+    // The host's view (the kernel's, not the target's): whether a scsi_device exists for the
+    // LUN, and the names the upper-level drivers gave it (-1: none). `dev` indexes the name
+    // space of the LUN's type: sd for disks, sr for CD-ROMs, st for tapes.
+    bool present = true;
+    int sg = -1;
+    int dev = -1;
     json ext = json::object();
 };
 
@@ -125,6 +132,7 @@ struct Host {
     bool tqe_loaded = true;
     bool ipfc_node = true;    // /dev/kvoipfc
     bool hash_order = false;  // sysfs directories list in the kernel's hash order, not sorted
+    bool old_layout = false;  // SCSI devices link their children as block:sdb, scsi_generic:sg3
     std::string kvo_conf;     // initial /etc/kvo.conf (written at creation when has_conf)
     bool has_conf = false;
     std::vector<Adapter> adapters;

@@ -7,6 +7,10 @@
 
 #include "bed.h"
 #include "emu.h"
+#include "scsi.h"
+
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 namespace kvosim {
 
@@ -47,10 +51,27 @@ constexpr const char* dir_prefixes[] = {
     "/sys/class/scsi_host",     "/sys/class/fc_host",       "/sys/kernel/debug",
     "/dev/kvo",                 "/dev/tqe",                 "/dev/kvoipfc",
     "/dev/bsg",                 "/etc/kvo.conf",            "/lib/firmware",
+    // What the SCSI mid-layer, its upper-level drivers and the FC transport show.
+    "/sys/bus/scsi",            "/sys/class/scsi_generic",  "/sys/class/scsi_disk",
+    "/sys/class/scsi_tape",     "/sys/block",               "/sys/class/fc_remote_ports",
+    "/sys/class/fc_transport",
 };
 
 // Name prefixes directly in /dev: /dev/fc_host*, /dev/rport-*, /dev/sg*.
 constexpr const char* dev_name_prefixes[] = {"/dev/fc_host", "/dev/rport-", "/dev/sg"};
+
+// The SCSI disk, CD-ROM and tape nodes: /dev/sd<letters>[<partition>], /dev/sr<n>,
+// /dev/st<n>[lma], /dev/nst<n>[lma]. Not /dev/stdin, /dev/stdout, /dev/stderr.
+bool scsi_block_or_tape(std::string_view p) {
+    if (p.compare(0, 5, "/dev/") != 0 || p.find('/', 5) != std::string_view::npos) return false;
+    std::string_view n = p.substr(5);
+    auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
+    auto is_lower = [](char c) { return c >= 'a' && c <= 'z'; };
+    if (n.size() > 2 && n.compare(0, 2, "sd") == 0) return is_lower(n[2]);
+    if (n.size() > 2 && (n.compare(0, 2, "sr") == 0 || n.compare(0, 2, "st") == 0)) return is_digit(n[2]);
+    if (n.size() > 3 && n.compare(0, 3, "nst") == 0) return is_digit(n[3]);
+    return false;
+}
 
 bool under(std::string_view path, std::string_view dir) {
     if (path.size() < dir.size() || path.compare(0, dir.size(), dir) != 0) return false;
@@ -64,7 +85,7 @@ bool emulated_path(const std::string& vpath) {
         if (under(vpath, d)) return true;
     for (const char* d : dev_name_prefixes)
         if (vpath.compare(0, strlen(d), d) == 0) return true;
-    return false;
+    return scsi_block_or_tape(vpath);
 }
 
 bool sysfs_path(const std::string& vpath) {
@@ -86,6 +107,16 @@ std::string virtual_of(const std::string& real) {
     return v.empty() ? "/" : v;
 }
 
+bool node_identity(const std::string& vpath, mode_t& type, dev_t& rdev) {
+    if (vpath.rfind("/dev/", 0) != 0 || vpath.find('/', 5) != std::string::npos) return false;
+    bool block = false;
+    unsigned major = 0, minor = 0;
+    if (!scsi_node_number(vpath.substr(5), block, major, minor)) return false;
+    type = block ? S_IFBLK : S_IFCHR;
+    rdev = makedev(major, minor);
+    return true;
+}
+
 NodeRef classify_node(const std::string& vpath) {
     NodeRef n;
     n.path = vpath;
@@ -104,7 +135,7 @@ NodeRef classify_node(const std::string& vpath) {
     else if (number_after("/dev/fc_host", n.host)) n.kind = NodeKind::fc_host;
     else if (vpath.rfind("/dev/bsg/rport-", 0) == 0) n.kind = NodeKind::bsg_rport;
     else if (vpath.rfind("/dev/rport-", 0) == 0) n.kind = NodeKind::rport;
-    else if (vpath.rfind("/dev/sg", 0) == 0) n.kind = NodeKind::sg;
+    else if (vpath.rfind("/dev/sg", 0) == 0 || scsi_block_or_tape(vpath)) n.kind = NodeKind::scsi;
     else if (vpath.rfind("/dev/bsg/", 0) == 0 && vpath.size() > 9) n.kind = NodeKind::sg;
     return n;
 }

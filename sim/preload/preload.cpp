@@ -17,6 +17,7 @@
 #include <sys/stat.h>
 #include <sys/statfs.h>
 #include <sys/statvfs.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -53,6 +54,8 @@ F next_fn(const char* name) {
 
 enum class How { pass, mapped, noent };
 
+void act_on_writes();
+
 struct Route {
     How how = How::pass;
     std::string vpath;  // normalised virtual path
@@ -67,6 +70,10 @@ Route route(const char* path) {
     r.vpath = v;
     r.real = kvosim::bed_file(v);
     r.how = r.real.empty() ? How::noent : How::mapped;
+    if (r.how == How::mapped) {
+        if (kvosim::scsi_fs_path(v)) kvosim::ensure_scsi_fs();
+        act_on_writes();
+    }
     return r;
 }
 
@@ -94,6 +101,7 @@ struct Tables {
     std::mutex mu;
     std::unordered_map<int, Tracked> fds;
     std::unordered_map<DIR*, DirList> dirs;
+    std::vector<std::string> written;  // sysfs action files opened for writing, not yet acted on
 };
 
 Tables& tables() {
@@ -104,6 +112,7 @@ Tables& tables() {
 void track(int fd, const std::string& vpath) {
     struct stat sb;
     if (fd < 0 || fstat(fd, &sb) != 0) return;
+    if (kvosim::classify_node(vpath).kind == NodeKind::scsi) kvosim::scsi_fd_opened(fd);
     Tables& t = tables();
     std::lock_guard<std::mutex> g(t.mu);
     t.fds[fd] = Tracked{vpath, sb.st_dev, sb.st_ino};
@@ -114,6 +123,43 @@ void untrack(int fd) {
     std::lock_guard<std::mutex> g(t.mu);
     t.fds.erase(fd);
 }
+
+// sysfs writes (`echo 1 > .../delete`) are acted on when the writer closes the file, or at the
+// latest at the process's next emulated access or its exit. Acting reads what was written and
+// empties the file, so a second look finds nothing to do.
+thread_local bool acting = false;
+
+void act_on_writes() {
+    if (acting) return;
+    std::vector<std::string> w;
+    {
+        Tables& t = tables();
+        std::lock_guard<std::mutex> g(t.mu);
+        if (t.written.empty()) return;
+        w = t.written;
+        // Still open for writing: keep it for later (more may come).
+        std::vector<std::string> keep;
+        for (const std::string& v : t.written)
+            for (const auto& [fd, tr] : t.fds)
+                if (tr.vpath == v) {
+                    keep.push_back(v);
+                    break;
+                }
+        t.written.swap(keep);
+    }
+    acting = true;
+    for (const std::string& v : w) kvosim::sysfs_written(v);
+    acting = false;
+}
+
+void note_write_open(const std::string& vpath, bool writing) {
+    if (!writing || !kvosim::sysfs_action_file(vpath)) return;
+    Tables& t = tables();
+    std::lock_guard<std::mutex> g(t.mu);
+    if (std::find(t.written.begin(), t.written.end(), vpath) == t.written.end()) t.written.push_back(vpath);
+}
+
+__attribute__((destructor)) void act_at_exit() { act_on_writes(); }
 
 // The virtual path of a descriptor opened on an emulated file; a descriptor number reused
 // after a close we could not see (stdio, fdopendir) no longer matches its file and is dropped.
@@ -170,19 +216,93 @@ int refuse(int e) {
     return -1;
 }
 
+// An emulated SCSI node is a plain file in the bed; stat shows the device it stands for.
+template <class Stat>
+int as_node(int rc, const Route& r, Stat* sb) {
+    mode_t type;
+    dev_t rdev;
+    if (rc == 0 && r.how == How::mapped && sb != nullptr && (sb->st_mode & S_IFMT) == S_IFREG &&
+        kvosim::node_identity(r.vpath, type, rdev)) {
+        sb->st_mode = type | 0660;
+        sb->st_rdev = rdev;
+        sb->st_size = 0;
+    }
+    return rc;
+}
+
+int as_node_x(int rc, const Route& r, struct statx* sb) {
+    mode_t type;
+    dev_t rdev;
+    if (rc == 0 && r.how == How::mapped && sb != nullptr && S_ISREG(sb->stx_mode) &&
+        kvosim::node_identity(r.vpath, type, rdev)) {
+        sb->stx_mode = static_cast<uint16_t>(type | 0660);
+        sb->stx_rdev_major = major(rdev);
+        sb->stx_rdev_minor = minor(rdev);
+        sb->stx_size = 0;
+    }
+    return rc;
+}
+
+// /dev of a process on a bed lists the bed's nodes in place of the machine's under the
+// emulated names (/dev/sd*, /dev/sg*, /dev/kvo, ...), so tools that look a device number up
+// in /dev find the emulated node.
+void load_dev_listing(DIR* d) {
+    static const auto real_readdir64 = next_fn<struct dirent64* (*)(DIR*)>("readdir64");
+    if (d == nullptr || real_readdir64 == nullptr) return;
+    DirList l;
+    int saved = errno;
+    while (struct dirent64* e = real_readdir64(d)) {
+        std::string v = std::string("/dev/") + e->d_name;
+        if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0 && kvosim::emulated_path(v)) continue;
+        l.ents.push_back(*e);
+    }
+    kvosim::ensure_scsi_fs();
+    const std::string bed_dev = kvosim::bed_file("/dev");
+    static const auto real_opendir = next_fn<DIR* (*)(const char*)>("opendir");
+    static const auto real_closedir = next_fn<int (*)(DIR*)>("closedir");
+    if (DIR* b = real_opendir ? real_opendir(bed_dev.c_str()) : nullptr) {
+        while (struct dirent64* e = real_readdir64(b)) {
+            std::string v = std::string("/dev/") + e->d_name;
+            if (!kvosim::emulated_path(v)) continue;
+            struct dirent64 n = *e;
+            mode_t type;
+            dev_t rdev;
+            if (kvosim::node_identity(v, type, rdev)) n.d_type = S_ISBLK(type) ? DT_BLK : DT_CHR;
+            else if (n.d_type == DT_REG) n.d_type = DT_CHR;
+            l.ents.push_back(n);
+        }
+        real_closedir(b);
+    }
+    errno = saved;
+    std::sort(l.ents.begin(), l.ents.end(),
+              [](const struct dirent64& a, const struct dirent64& b) { return strcmp(a.d_name, b.d_name) < 0; });
+    Tables& t = tables();
+    std::lock_guard<std::mutex> g(t.mu);
+    t.dirs[d] = std::move(l);
+}
+
+bool is_dev_dir(const char* path) {
+    std::string v;
+    return path != nullptr && kvosim::normalise_path(path, v) && (v == "/dev" || v == "/dev/") &&
+           !kvosim::env_bed().empty();
+}
+
 // Opens an emulated path through `opener` after the fault rules allow it.
 template <class Open>
-int open_mapped(const Route& r, Open opener) {
+int open_mapped(const Route& r, Open opener, bool writing) {
     if (r.how == How::noent) return refuse(ENOENT);
     if (int e = kvosim::open_fault(r.vpath)) return refuse(e);
     int fd = opener(r.real.c_str());
     if (fd >= 0) {
         int saved = errno;
         track(fd, r.vpath);
+        note_write_open(r.vpath, writing);
         errno = saved;
     }
     return fd;
 }
+
+bool writes(int flags) { return (flags & O_ACCMODE) != O_RDONLY || (flags & O_TRUNC); }
 
 mode_t mode_arg(int flags, va_list ap) {
     if ((flags & O_CREAT) || (flags & O_TMPFILE) == O_TMPFILE) return static_cast<mode_t>(va_arg(ap, int));
@@ -214,10 +334,13 @@ FILE* open_stream(Fn real, const char* path, const char* mode, Rest... rest) {
     Route r = route(path);
     if (r.how == How::pass) return real ? real(path, mode, rest...) : nullptr;
     FILE* f = nullptr;
-    open_mapped(r, [&](const char* p) {
-        f = real(p, mode, rest...);
-        return f ? fileno(f) : -1;
-    });
+    open_mapped(
+        r,
+        [&](const char* p) {
+            f = real(p, mode, rest...);
+            return f ? fileno(f) : -1;
+        },
+        strpbrk(mode, "wa+") != nullptr);
     return f;
 }
 
@@ -236,7 +359,7 @@ int open(const char* path, int flags, ...) {
     REAL(open, int (*)(const char*, int, ...));
     Route r = route(path);
     if (r.how == How::pass) return real ? real(path, flags, mode) : -1;
-    return open_mapped(r, [&](const char* p) { return real(p, flags, mode); });
+    return open_mapped(r, [&](const char* p) { return real(p, flags, mode); }, writes(flags));
 }
 
 int open64(const char* path, int flags, ...) {
@@ -247,7 +370,7 @@ int open64(const char* path, int flags, ...) {
     REAL(open64, int (*)(const char*, int, ...));
     Route r = route(path);
     if (r.how == How::pass) return real ? real(path, flags, mode) : -1;
-    return open_mapped(r, [&](const char* p) { return real(p, flags, mode); });
+    return open_mapped(r, [&](const char* p) { return real(p, flags, mode); }, writes(flags));
 }
 
 int openat(int dirfd, const char* path, int flags, ...) {
@@ -258,7 +381,7 @@ int openat(int dirfd, const char* path, int flags, ...) {
     REAL(openat, int (*)(int, const char*, int, ...));
     Route r = route_at(dirfd, path);
     if (r.how == How::pass) return real ? real(dirfd, path, flags, mode) : -1;
-    return open_mapped(r, [&](const char* p) { return real(AT_FDCWD, p, flags, mode); });
+    return open_mapped(r, [&](const char* p) { return real(AT_FDCWD, p, flags, mode); }, writes(flags));
 }
 
 int openat64(int dirfd, const char* path, int flags, ...) {
@@ -269,7 +392,7 @@ int openat64(int dirfd, const char* path, int flags, ...) {
     REAL(openat64, int (*)(int, const char*, int, ...));
     Route r = route_at(dirfd, path);
     if (r.how == How::pass) return real ? real(dirfd, path, flags, mode) : -1;
-    return open_mapped(r, [&](const char* p) { return real(AT_FDCWD, p, flags, mode); });
+    return open_mapped(r, [&](const char* p) { return real(AT_FDCWD, p, flags, mode); }, writes(flags));
 }
 
 int __open_2(const char* path, int flags) { return open(path, flags); }
@@ -303,13 +426,21 @@ FILE* freopen64(const char* path, const char* mode, FILE* stream) {
 int fclose(FILE* f) {
     REAL(fclose, int (*)(FILE*));
     if (f != nullptr) untrack(fileno(f));
-    return real ? real(f) : EOF;
+    int rc = real ? real(f) : EOF;
+    int saved = errno;
+    act_on_writes();
+    errno = saved;
+    return rc;
 }
 
 int close(int fd) {
     REAL(close, int (*)(int));
     untrack(fd);
-    return real ? real(fd) : -1;
+    int rc = real ? real(fd) : -1;
+    int saved = errno;
+    act_on_writes();
+    errno = saved;
+    return rc;
 }
 
 int dup(int fd) {
@@ -327,6 +458,9 @@ int dup2(int fd, int fd2) {
         untrack(nfd);
         std::string v;
         if (tracked(fd, v)) track(nfd, v);
+        int saved = errno;
+        act_on_writes();  // the descriptor it replaced was closed
+        errno = saved;
     }
     return nfd;
 }
@@ -338,6 +472,9 @@ int dup3(int fd, int fd2, int flags) {
         untrack(nfd);
         std::string v;
         if (tracked(fd, v)) track(nfd, v);
+        int saved = errno;
+        act_on_writes();
+        errno = saved;
     }
     return nfd;
 }
@@ -347,7 +484,11 @@ int dup3(int fd, int fd2, int flags) {
 DIR* opendir(const char* path) {
     REAL(opendir, DIR* (*)(const char*));
     Route r = route(path);
-    if (r.how == How::pass) return real ? real(path) : nullptr;
+    if (r.how == How::pass) {
+        DIR* d = real ? real(path) : nullptr;
+        if (d != nullptr && is_dev_dir(path)) load_dev_listing(d);
+        return d;
+    }
     if (r.how == How::noent) {
         errno = ENOENT;
         return nullptr;
@@ -450,28 +591,28 @@ int stat(const char* path, struct stat* sb) {
     REAL(stat, int (*)(const char*, struct stat*));
     Route r = route(path);
     if (r.how == How::noent) return refuse(ENOENT);
-    return real ? real(r.how == How::pass ? path : r.real.c_str(), sb) : -1;
+    return as_node(real ? real(r.how == How::pass ? path : r.real.c_str(), sb) : -1, r, sb);
 }
 
 int lstat(const char* path, struct stat* sb) {
     REAL(lstat, int (*)(const char*, struct stat*));
     Route r = route(path);
     if (r.how == How::noent) return refuse(ENOENT);
-    return real ? real(r.how == How::pass ? path : r.real.c_str(), sb) : -1;
+    return as_node(real ? real(r.how == How::pass ? path : r.real.c_str(), sb) : -1, r, sb);
 }
 
 int stat64(const char* path, struct stat64* sb) {
     REAL(stat64, int (*)(const char*, struct stat64*));
     Route r = route(path);
     if (r.how == How::noent) return refuse(ENOENT);
-    return real ? real(r.how == How::pass ? path : r.real.c_str(), sb) : -1;
+    return as_node(real ? real(r.how == How::pass ? path : r.real.c_str(), sb) : -1, r, sb);
 }
 
 int lstat64(const char* path, struct stat64* sb) {
     REAL(lstat64, int (*)(const char*, struct stat64*));
     Route r = route(path);
     if (r.how == How::noent) return refuse(ENOENT);
-    return real ? real(r.how == How::pass ? path : r.real.c_str(), sb) : -1;
+    return as_node(real ? real(r.how == How::pass ? path : r.real.c_str(), sb) : -1, r, sb);
 }
 
 int fstatat(int dirfd, const char* path, struct stat* sb, int flags) {
@@ -479,7 +620,7 @@ int fstatat(int dirfd, const char* path, struct stat* sb, int flags) {
     Route r = route_at(dirfd, path);
     if (r.how == How::noent) return refuse(ENOENT);
     if (r.how == How::pass) return real ? real(dirfd, path, sb, flags) : -1;
-    return real(AT_FDCWD, r.real.c_str(), sb, flags);
+    return as_node(real(AT_FDCWD, r.real.c_str(), sb, flags), r, sb);
 }
 
 int fstatat64(int dirfd, const char* path, struct stat64* sb, int flags) {
@@ -487,7 +628,7 @@ int fstatat64(int dirfd, const char* path, struct stat64* sb, int flags) {
     Route r = route_at(dirfd, path);
     if (r.how == How::noent) return refuse(ENOENT);
     if (r.how == How::pass) return real ? real(dirfd, path, sb, flags) : -1;
-    return real(AT_FDCWD, r.real.c_str(), sb, flags);
+    return as_node(real(AT_FDCWD, r.real.c_str(), sb, flags), r, sb);
 }
 
 // Entry points of binaries built against older C libraries.
@@ -507,7 +648,7 @@ int statx(int dirfd, const char* path, int flags, unsigned int mask, struct stat
     Route r = route_at(dirfd, path);
     if (r.how == How::noent) return refuse(ENOENT);
     if (r.how == How::pass) return real ? real(dirfd, path, flags, mask, sb) : -1;
-    return real(AT_FDCWD, r.real.c_str(), flags, mask, sb);
+    return as_node_x(real(AT_FDCWD, r.real.c_str(), flags, mask, sb), r, sb);
 }
 
 int access(const char* path, int mode) {
@@ -776,6 +917,7 @@ int ioctl(int fd, unsigned long request, ...) {
     std::string v;
     if (tracked(fd, v)) {
         NodeRef n = kvosim::classify_node(v);
+        n.fd = fd;
         if (n.kind != NodeKind::none) return kvosim::node_ioctl(n, request, arg);
     }
     // Nothing reaches a device or network interface of the machine while a bed is active;

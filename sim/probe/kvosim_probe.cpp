@@ -19,6 +19,7 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <linux/bsg.h>
+#include <scsi/sg.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/mman.h>
@@ -33,11 +34,13 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "kvo_ioctl.h"
+#include "kvo_lunmask.h"
 
 namespace {
 
@@ -414,6 +417,108 @@ int cmd_fdioctl(int fd, unsigned long request) {
     return rc == 0 ? 0 : 1;
 }
 
+// LUN masking: OP is enable, disable, clear, query, add or delete (the last two with LPWWN,
+// RPWWN and LUN as eight hex bytes "0001000000000000"; LPWWN "0" lets the driver choose).
+int cmd_lunmask(const std::string& node, int kvod, const std::string& op, int argc, char** argv) {
+    static const std::map<std::string, uint32_t> codes = {
+        {"enable", KVO_IOCMD_FCPIM_LUNMASK_ENABLE}, {"disable", KVO_IOCMD_FCPIM_LUNMASK_DISABLE},
+        {"clear", KVO_IOCMD_FCPIM_LUNMASK_CLEAR},   {"query", KVO_IOCMD_FCPIM_LUNMASK_QUERY},
+        {"add", KVO_IOCMD_FCPIM_LUNMASK_ADD},       {"delete", KVO_IOCMD_FCPIM_LUNMASK_DELETE}};
+    auto it = codes.find(op);
+    if (it == codes.end()) return 2;
+    auto wwn_of = [](const char* t) {
+        uint8_t b[8] = {};
+        unsigned v[8];
+        if (strcmp(t, "0") != 0 &&
+            sscanf(t, "%x:%x:%x:%x:%x:%x:%x:%x", &v[0], &v[1], &v[2], &v[3], &v[4], &v[5], &v[6], &v[7]) == 8)
+            for (int i = 0; i < 8; i++) b[i] = static_cast<uint8_t>(v[i]);
+        uint64_t w;
+        memcpy(&w, b, 8);
+        return w;
+    };
+    auto show_wwn = [](uint64_t w) {
+        uint8_t b[8];
+        memcpy(b, &w, 8);
+        printf("%02x:%02x:%02x:%02x:%02x:%02x:%02x:%02x", b[0], b[1], b[2], b[3], b[4], b[5], b[6], b[7]);
+    };
+    if (op == "add" || op == "delete") {
+        if (argc != 3) return 2;
+        kvo_ioctl_fcpim_lunmask_t r{};
+        r.kvod_num = static_cast<uint16_t>(kvod);
+        r.pwwn = wwn_of(argv[0]);
+        r.rpwwn = wwn_of(argv[1]);
+        uint64_t l = strtoull(argv[2], nullptr, 16);
+        uint8_t b[8];
+        for (int i = 0; i < 8; i++) b[i] = static_cast<uint8_t>(l >> (56 - 8 * i));
+        memcpy(&r.lun, b, 8);
+        if (send(node, it->second, &r, sizeof r) != 0) return 1;
+        printf("rc=0 status=%u\npwwn=", r.status);
+        show_wwn(r.pwwn);
+        printf("\n");
+        return 0;
+    }
+    if (op == "query") {
+        kvo_ioctl_fcpim_lunmask_query_t r{};
+        r.kvod_num = static_cast<uint16_t>(kvod);
+        if (send(node, it->second, &r, sizeof r) != 0) return 1;
+        printf("rc=0 status=%u\nmask_status=%u\n", r.status, r.lun_mask.status);
+        for (int i = 0; i < KVO_LUNMASK_ENTRIES_MAX; i++) {
+            const kvo_lun_mask_s& e = r.lun_mask.lun_list[i];
+            if (e.state != KVO_LUNMASK_ENTRY_ACTIVE) continue;
+            printf("entry=%d ", i);
+            show_wwn(e.lp_wwn);
+            printf(" ");
+            show_wwn(e.rp_wwn);
+            printf(" ");
+            show_wwn(e.lun);
+            printf(" rp_tag=%u\n", e.rp_tag);
+        }
+        return 0;
+    }
+    kvo_gen_t r{};
+    r.kvod_num = static_cast<uint16_t>(kvod);
+    if (send(node, it->second, &r, sizeof r) != 0) return 1;
+    printf("rc=0 status=%u\n", r.status);
+    return 0;
+}
+
+// One SG_IO (an INQUIRY of 36 bytes, from the device) with one header field spoiled: FIELD is
+// none, interface_id, cmd_len, dxfer_direction, iovec_count, dxferp (an unmapped buffer),
+// sbp or header (an unmapped header).
+int cmd_sgio(const char* node, const std::string& field, long value) {
+    int fd = open(node, O_RDWR | O_NONBLOCK);
+    if (fd < 0) return fail("open");
+    uint8_t cdb[6] = {0x12, 0, 0, 0, 36, 0};
+    uint8_t data[36] = {};
+    uint8_t sense[32] = {};
+    sg_io_hdr_t h{};
+    h.interface_id = 'S';
+    h.dxfer_direction = SG_DXFER_FROM_DEV;
+    h.cmd_len = sizeof cdb;
+    h.cmdp = cdb;
+    h.dxfer_len = sizeof data;
+    h.dxferp = data;
+    h.mx_sb_len = sizeof sense;
+    h.sbp = sense;
+    h.timeout = 30000;
+    void* bad = mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    void* arg = &h;
+    if (field == "interface_id") h.interface_id = static_cast<int>(value);
+    else if (field == "cmd_len") h.cmd_len = static_cast<unsigned char>(value);
+    else if (field == "dxfer_direction") h.dxfer_direction = static_cast<int>(value);
+    else if (field == "iovec_count") h.iovec_count = static_cast<unsigned short>(value);
+    else if (field == "dxferp") h.dxferp = bad;
+    else if (field == "header") arg = bad;
+    else if (field != "none") return 2;
+    int rc = ioctl(fd, SG_IO, arg);
+    int e = errno;
+    close(fd);
+    errno = e;
+    if (rc != 0) return fail("SG_IO");
+    printf("rc=0 status=%u resid=%d info=%u\n", h.status, h.resid, h.info);
+    return 0;
+}
+
 int cmd_threads(int n, const std::string& node, int kvod) {
     std::atomic<int> ok{0}, bad{0};
     std::vector<std::thread> ts;
@@ -464,6 +569,10 @@ int main(int argc, char** argv) {
         rc = 0;
     } else if (cmd == "ethtool")
         rc = cmd_ethtool(argc - 2, argv + 2);
+    else if (cmd == "lunmask" && argc >= 5)
+        rc = cmd_lunmask(argv[2], static_cast<int>(num(argv[3])), argv[4], argc - 5, argv + 5);
+    else if (cmd == "sgio" && (argc == 4 || argc == 5))
+        rc = cmd_sgio(argv[2], argv[3], argc == 5 ? static_cast<long>(num(argv[4])) : 0);
     else if (cmd == "threads" && argc == 5)
         rc = cmd_threads(static_cast<int>(num(argv[2])), argv[3], static_cast<int>(num(argv[4])));
     if (rc == 2) fprintf(stderr, "kvosim_probe: bad arguments\n");
