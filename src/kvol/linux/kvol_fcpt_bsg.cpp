@@ -22,8 +22,6 @@ kvo_status_t kvol_fcpt_frame(sg_io_v4* hdr, uint8_t (&req)[32], const kvo_ioctl_
                              kvo_bsg_reply_s* reply) {
     const uint32_t msgcode = kvol_fcpt_msgcode(rec);
     if (msgcode == 0) return KVO_STATUS_FAILED;
-    memset(hdr, 0, sizeof(*hdr));
-    memset(req, 0, sizeof(req));
     const auto* payload = reinterpret_cast<const uint8_t*>(static_cast<uintptr_t>(rec->reqbuf_ptr));
     uint32_t preamble[3] = {0, 0, 0};
     if (payload != nullptr && rec->reqsz >= sizeof(preamble)) memcpy(preamble, payload, sizeof(preamble));
@@ -47,19 +45,7 @@ kvo_status_t kvol_fcpt_frame(sg_io_v4* hdr, uint8_t (&req)[32], const kvo_ioctl_
         memcpy(r.rqst_data.h_ct.preamble_word, preamble, sizeof(preamble));
         break;
     }
-    memcpy(req, &r, sizeof(r));
-    hdr->guard = 'Q';
-    hdr->protocol = BSG_PROTOCOL_SCSI;
-    hdr->subprotocol = BSG_SUB_PROTOCOL_SCSI_TRANSPORT;
-    hdr->request_len = KVO_BSG_REQUEST_LEN;
-    hdr->request = reinterpret_cast<uintptr_t>(req);
-    hdr->dout_xfer_len = rec->reqsz;
-    hdr->dout_xferp = rec->reqbuf_ptr;
-    hdr->din_xfer_len = rec->rspsz;
-    hdr->din_xferp = rec->rspbuf_ptr;
-    hdr->max_response_len = sizeof(*reply);
-    hdr->response = reinterpret_cast<uintptr_t>(reply);
-    hdr->timeout = KVOL_BSG_TIMEOUT_MS;
+    kvol_bsg_frame(hdr, req, r, rec->reqbuf_ptr, rec->reqsz, rec->rspbuf_ptr, rec->rspsz, reply);
     return KVO_STATUS_OK;
 }
 

@@ -115,6 +115,11 @@ struct __attribute__((packed)) kvol_fc_bsg_request {
 };
 static_assert(sizeof(kvol_fc_bsg_request) == 20);
 
+// Frames an FC transport request r: the version-4 header with its guard, protocol, lengths and
+// time-out, the 32-byte request buffer holding r, the two transfers as given.
+void kvol_bsg_frame(sg_io_v4* hdr, uint8_t (&req)[32], const kvol_fc_bsg_request& r,
+                    uint64_t dout, uint32_t dout_len, uint64_t din, uint32_t din_len,
+                    kvo_bsg_reply_s* reply);
 // Frames a vendor request: header, 32-byte request buffer (20 bytes set), both transfers at
 // the record. Returns KVO_STATUS_FAILED when the length cannot be framed, else KVO_STATUS_OK.
 kvo_status_t kvol_bsg_vendor_frame(sg_io_v4* hdr, uint8_t (&req)[32], uint32_t vendor_cmd,

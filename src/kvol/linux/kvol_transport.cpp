@@ -115,28 +115,35 @@ uint32_t kvol_eeprom_offset(uint32_t part_off, bool write) {
     return (write && part_off != 0) ? part_off - 4 : part_off;
 }
 
-kvo_status_t kvol_bsg_vendor_frame(sg_io_v4* hdr, uint8_t (&req)[32], uint32_t vendor_cmd,
-                                   void* rec, size_t len, kvo_bsg_reply_s* reply) {
-    if (len > UINT32_MAX) return KVO_STATUS_FAILED;
+void kvol_bsg_frame(sg_io_v4* hdr, uint8_t (&req)[32], const kvol_fc_bsg_request& r,
+                    uint64_t dout, uint32_t dout_len, uint64_t din, uint32_t din_len,
+                    kvo_bsg_reply_s* reply) {
     memset(hdr, 0, sizeof(*hdr));
     memset(req, 0, sizeof(req));
-    kvol_fc_bsg_request r{};
-    r.msgcode = KVO_BSG_HST_VENDOR;
-    r.rqst_data.h_vendor.vendor_id = KVO_PCI_VENDOR_ID;
-    r.rqst_data.h_vendor.vendor_cmd[0] = vendor_cmd;
     memcpy(req, &r, sizeof(r));
     hdr->guard = 'Q';
     hdr->protocol = BSG_PROTOCOL_SCSI;
     hdr->subprotocol = BSG_SUB_PROTOCOL_SCSI_TRANSPORT;
     hdr->request_len = KVO_BSG_REQUEST_LEN;
     hdr->request = reinterpret_cast<uintptr_t>(req);
-    hdr->dout_xfer_len = static_cast<uint32_t>(len);
-    hdr->dout_xferp = reinterpret_cast<uintptr_t>(rec);
-    hdr->din_xfer_len = static_cast<uint32_t>(len);
-    hdr->din_xferp = reinterpret_cast<uintptr_t>(rec);
+    hdr->dout_xfer_len = dout_len;
+    hdr->dout_xferp = dout;
+    hdr->din_xfer_len = din_len;
+    hdr->din_xferp = din;
     hdr->max_response_len = sizeof(*reply);
     hdr->response = reinterpret_cast<uintptr_t>(reply);
     hdr->timeout = KVOL_BSG_TIMEOUT_MS;
+}
+
+kvo_status_t kvol_bsg_vendor_frame(sg_io_v4* hdr, uint8_t (&req)[32], uint32_t vendor_cmd,
+                                   void* rec, size_t len, kvo_bsg_reply_s* reply) {
+    if (len > UINT32_MAX) return KVO_STATUS_FAILED;
+    kvol_fc_bsg_request r{};
+    r.msgcode = KVO_BSG_HST_VENDOR;
+    r.rqst_data.h_vendor.vendor_id = KVO_PCI_VENDOR_ID;
+    r.rqst_data.h_vendor.vendor_cmd[0] = vendor_cmd;
+    const uint64_t at = reinterpret_cast<uintptr_t>(rec);
+    kvol_bsg_frame(hdr, req, r, at, static_cast<uint32_t>(len), at, static_cast<uint32_t>(len), reply);
     return KVO_STATUS_OK;
 }
 
