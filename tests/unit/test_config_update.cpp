@@ -87,6 +87,13 @@ TEST_F(ConfigUpdateTest, DriverDefaultsAreLeftOutOfTheFile) {
          [](const kvol_t* h, bool on) { kvol_config_ioc_name(h, on ? "p0" : ""); }},
         {"kvo0-persistent-binding = \"TRUE\";\n",
          [](const kvol_t* h, bool on) { kvol_config_pbind(h, on); }},
+        {"kvo0-port-trunk = 0, 1;\n", [](const kvol_t* h, bool on) { kvol_config_trunk(h, on, 0x3); }},
+        {"kvo0-vf-enable = \"TRUE\"\n", [](const kvol_t* h, bool on) { kvol_config_vf_mode(h, on, 1); }},
+        {"kvo0-vf-default = 5;\n",
+         [](const kvol_t* h, bool on) { kvol_config_vf_mode(h, 0, on ? 5 : 1); }},
+        {"kvo0-auth-policy = \"on\";\n", [](const kvol_t* h, bool on) { kvol_config_auth_policy(h, on); }},
+        {"kvo0-qos = \"TRUE\";\n", [](const kvol_t* h, bool on) { kvol_config_qos(h, on); }},
+        {"kvo0-ratelim = \"TRUE\";\n", [](const kvol_t* h, bool on) { kvol_config_ratelim(h, on); }},
     };
     for (const auto& [line, apply] : cases) {
         SCOPED_TRACE(line);
@@ -95,6 +102,10 @@ TEST_F(ConfigUpdateTest, DriverDefaultsAreLeftOutOfTheFile) {
         apply(&h0, false);
         EXPECT_FALSE(contains(render(), std::string(line).substr(0, std::string(line).find('='))));
     }
+    // Read from the file, never written.
+    kvol_config_qdepth(&h0, 16);
+    kvol_config_set_data(KVOL_CFG_MTU, 0, "9000");
+    EXPECT_FALSE(contains(render(), "qdepth") || contains(render(), "mtu"));
     // Auto stored as 0 is the rate limit's one written "default": only one gigabit is left out.
     kvol_config_defspeed(&h0, KVO_PORT_SPEED_AUTO);
     EXPECT_TRUE(contains(render(), "kvo0-ratelim-defspeed = 0;\n"));
@@ -160,6 +171,9 @@ TEST_F(ConfigUpdateTest, AdapterSetters) {
     EXPECT_STREQ(ad_config_data[1].name, "new");
     kvol_config_ad_set_trunk("S3", 1);  // missing: nothing
     EXPECT_EQ(kvol_config_ad_lookup("S3"), -1);
+    kvol_config_ad_set_trunk("S2", 1);
+    EXPECT_TRUE(contains(render(), "adapter-S2-trunk = \"TRUE\";\n"));
+    kvol_config_ad_set_trunk("S2", 0);
     kvol_config_ad_set_trunk("S1", 0);
     kvol_config_ad_set_name("S2", "");
     std::string out = render();
