@@ -364,28 +364,21 @@ TEST_F(ConfigUpdateTest, NameQueries) {
 // ---- Lock and transactions
 // -----------------------------------------------------------------------------------
 
-TEST_F(ConfigUpdateTest, ASecondLoadWhileLockedFailsAndLeavesTheTables) {
-    load("kvo0-port-speed = 8;\n");
+TEST_F(ConfigUpdateTest, LoadCreatesTheFileRefusesASecondLoadAndFailuresReleaseTheLock) {
+    ASSERT_EQ(kvol_config_load(path()), KVO_STATUS_OK);  // a missing file is created
+    kvol_config_unload();
+    EXPECT_EQ(access(path(), F_OK), 0);
+    std::string nowhere = dir_ + "/missing/kvo.conf";
+    EXPECT_EQ(kvol_config_load(nowhere.c_str()), KVO_STATUS_EFOPEN);
+    load("kvo0-port-speed = 8;\n");  // the failure held no lock
+    // A second load while locked fails and leaves the tables.
     write_file("kvo0-port-speed = 4;\n");
     EXPECT_EQ(kvol_config_load(path()), KVO_STATUS_FAILED);
     EXPECT_EQ(ioc_config_data[0].speed, 8u);
     sync();
     ASSERT_EQ(kvol_config_load(path()), KVO_STATUS_OK);
     EXPECT_EQ(ioc_config_data[0].speed, 8u);
-    kvol_config_unload();
-}
-
-TEST_F(ConfigUpdateTest, LoadCreatesAMissingFileAndFailsWithoutADirectory) {
-    ASSERT_EQ(kvol_config_load(path()), KVO_STATUS_OK);
-    kvol_config_unload();
-    EXPECT_EQ(access(path(), F_OK), 0);
-    std::string nowhere = dir_ + "/missing/kvo.conf";
-    EXPECT_EQ(kvol_config_load(nowhere.c_str()), KVO_STATUS_EFOPEN);
-    EXPECT_EQ(kvol_config_load(path()), KVO_STATUS_OK);  // the failure held no lock
-}
-
-TEST_F(ConfigUpdateTest, AFailedWriteReleasesTheLock) {
-    load("kvo0-port-speed = 8;\n");
+    // A failed write releases the lock.
     EXPECT_EQ(kvol_config_sync(dir_.c_str()), KVO_STATUS_EFOPEN);
     ASSERT_EQ(kvol_config_load(path()), KVO_STATUS_OK);
     EXPECT_EQ(ioc_config_data[0].speed, 8u);
