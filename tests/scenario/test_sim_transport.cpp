@@ -11,7 +11,7 @@ using scen::Result;
 using scen::hex;
 using scen::value;
 
-TEST(SimTransport, InformationOverEveryNodeKindNamesTheAddressedFunction) {
+TEST(SimTransport, InformationAndAttributesOverEveryNodeKindDescribeTheAddressedFunction) {
     Bed bed = Bed::preset("demo");
     // Storage instances follow the sorted PCI addresses of kvo functions: 04:00.0, 04:00.1,
     // 05:00.2, 05:00.3; Ethernet instances the tqe functions 05:00.0, 05:00.1.
@@ -44,10 +44,8 @@ TEST(SimTransport, InformationOverEveryNodeKindNamesTheAddressedFunction) {
     EXPECT_EQ(log[0], "bsg /dev/bsg/fc_host7 IOC_GET_INFO vcmd=4 kvod=2 -> status=0");
     EXPECT_EQ(log[1], "ioctl /dev/kvo IOC_GET_INFO kvod=1 -> status=0");
     EXPECT_EQ(log[2], "tqe /dev/tqe IOC_GET_INFO kvod=1 -> status=0");
-}
 
-TEST(SimTransport, AttributesCarryAdapterPciAndStateData) {
-    Bed bed = Bed::preset("demo");
+    // Attributes carry adapter, PCI and state data.
     Result hba = bed.probe({"attr", "/dev/bsg/fc_host4", "1"});
     ASSERT_EQ(hba.status, 0) << hba.out;
     EXPECT_EQ(value(hba, "state"), "6");
@@ -87,7 +85,7 @@ struct BadBsg {
     std::string reason;
 };
 
-TEST(SimTransport, MalformedBsgRequestsAreRefusedWithTheirReason) {
+TEST(SimTransport, MalformedBsgRequestsAreRefusedSharedNumbersResolvedUnknownOnesUnhandled) {
     Bed bed = Bed::preset("fc");
     const std::string info = hex(KVO_IOCMD_IOC_GET_INFO);
     const std::vector<BadBsg> cases = {
@@ -118,20 +116,25 @@ TEST(SimTransport, MalformedBsgRequestsAreRefusedWithTheirReason) {
     bed.clear_log();
     EXPECT_EQ(bed.probe({"bsg", "/dev/bsg/fc_host5", info, "0"}).status, 0);
     EXPECT_TRUE(bed.log_clean());
-}
 
-TEST(SimTransport, SharedVendorNumberIsResolvedByTransferLength) {
-    Bed bed = Bed::preset("fc");
     // Number 116 is both LUN-mask clear (8-byte record) and query (0x210 bytes).
+    bed.clear_log();
     bed.probe({"bsg", "/dev/bsg/fc_host6", hex(KVO_IOCMD_FCPIM_LUNMASK_CLEAR), "1"});
     bed.probe({"bsg", "/dev/bsg/fc_host6", hex(KVO_IOCMD_FCPIM_LUNMASK_QUERY), "1"});
     std::vector<std::string> log = bed.log();
     ASSERT_EQ(log.size(), 2u);
     EXPECT_NE(log[0].find(" FCPIM_LUNMASK_CLEAR vcmd=116 kvod=1 -> "), std::string::npos) << log[0];
     EXPECT_NE(log[1].find(" FCPIM_LUNMASK_QUERY vcmd=116 kvod=1 -> "), std::string::npos) << log[1];
+
+    // A known code without emulation is reported unhandled.
+    bed.clear_log();
+    Result r = bed.probe({"raw", "/dev/kvo", hex(KVO_IOCMD_DIAG_MEMTEST), "0"});
+    EXPECT_EQ(r.out, "rc=-1 errno=95 (Operation not supported) ioctl\n");
+    EXPECT_EQ(bed.log(), std::vector<std::string>{"UNHANDLED ioctl /dev/kvo DIAG_MEMTEST kvod=0 -> errno=EOPNOTSUPP"});
+    EXPECT_FALSE(bed.log_clean());
 }
 
-TEST(SimTransport, MalformedIoctlsAreRefused) {
+TEST(SimTransport, MalformedIoctlsAreRefusedConcurrentOnesAllAnswered) {
     Bed bed = Bed::preset("demo");
     struct Case {
         std::string node;
@@ -162,18 +165,9 @@ TEST(SimTransport, MalformedIoctlsAreRefused) {
     EXPECT_EQ(bed.probe({"raw", "/dev/tqe", hex((KVO_IOCMD_IOC_GET_ATTR & ~0xFF00u) | 0x4400u), "1"}).out,
               "rc=0 status=0\n");
     EXPECT_TRUE(bed.log_clean());
-}
 
-TEST(SimTransport, KnownCodeWithoutEmulationIsReportedUnhandled) {
-    Bed bed = Bed::preset("fc");
-    Result r = bed.probe({"raw", "/dev/kvo", hex(KVO_IOCMD_DIAG_MEMTEST), "0"});
-    EXPECT_EQ(r.out, "rc=-1 errno=95 (Operation not supported) ioctl\n");
-    EXPECT_EQ(bed.log(), std::vector<std::string>{"UNHANDLED ioctl /dev/kvo DIAG_MEMTEST kvod=0 -> errno=EOPNOTSUPP"});
-    EXPECT_FALSE(bed.log_clean());
-}
-
-TEST(SimTransport, ConcurrentThreadsAreAllAnswered) {
-    Bed bed = Bed::preset("demo");
+    // Concurrent threads are all answered.
+    bed.clear_log();
     Result r = bed.probe({"threads", "8", "/dev/bsg/fc_host8", "3"});
     EXPECT_EQ(r.out, "ok=160 failed=0\n");
     EXPECT_EQ(bed.log().size(), 160u);

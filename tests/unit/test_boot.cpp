@@ -39,24 +39,11 @@ struct TempDir {
 
 }  // namespace
 
-// The test suite of RFC 1321, appendix A.5.
-TEST(BootMd5, Rfc1321Suite) {
-    EXPECT_EQ(md5(""), "d41d8cd98f00b204e9800998ecf8427e");
-    EXPECT_EQ(md5("a"), "0cc175b9c0f1b6a831c399e269772661");
-    EXPECT_EQ(md5("abc"), "900150983cd24fb0d6963f7d28e17f72");
-    EXPECT_EQ(md5("message digest"), "f96b697d7cb7938d525a2f31aaf161d0");
-    EXPECT_EQ(md5("abcdefghijklmnopqrstuvwxyz"), "c3fcd3d76192e4007dfb496cca67e13b");
-    EXPECT_EQ(md5("ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789"),
-              "d174ab98d277d9f5a5611c2c9f419d9f");
-    std::string digits;
-    for (int i = 0; i < 8; i++) digits += "1234567890";
-    EXPECT_EQ(md5(digits), "57edf4a22be3c955ac49da2e2107b67a");
-}
-
-// Around the padding boundaries (55/56/64 bytes mod 64) against coreutils' md5sum.
-TEST(BootMd5, PaddingBoundariesAgreeWithMd5sum) {
+// Around the padding boundaries (55/56/64 bytes mod 64), from the empty message up, against
+// coreutils' md5sum.
+TEST(BootMd5, AgreesWithMd5sum) {
     TempDir d;
-    for (size_t n : {55u, 56u, 57u, 63u, 64u, 65u, 119u, 120u, 128u, 1000u}) {
+    for (size_t n : {0u, 1u, 3u, 55u, 56u, 57u, 63u, 64u, 65u, 119u, 120u, 128u, 1000u}) {
         bytes b = boottest::pattern(n, static_cast<uint8_t>(n));
         boottest::put_file(d.path + "/f", b);
         std::string want = boottest::sh("md5sum " + d.path + "/f | cut -c1-32 | tr -d '\\n'");

@@ -122,39 +122,29 @@ TEST(IocInfoFill, StorageFunctionTakesWwnsAndFcoeItsMacs) {
     EXPECT_EQ(fcoe.current_mac.mac[5], 0);
 }
 
-TEST(IocInfoFill, EthernetFunctionTakesMacsAndNoWwns) {
-    kvo_ioc_info_t info{};
-    info.ioc_type = KVO_IOC_TYPE_LL;
-    info.pwwn = 0x1000000000000001;
-    info.nwwn = 0x2000000000000001;
-    info.current_mac = mac_t{{0xa, 0xb, 0xc, 0xd, 0xe, 0xf}};
-    snprintf(info.eth_name, sizeof(info.eth_name), "eth4");
-    kvol_t rec{};
-    rec.pwwn = 5;
-    kvol_ioc_fill_from_info(&rec, &info);
-    EXPECT_EQ(rec.pwwn, 0u);
-    EXPECT_EQ(rec.nwwn, 0u);
-    EXPECT_EQ(memcmp(&rec.current_mac, &info.current_mac, 6), 0);
-    EXPECT_STREQ(rec.eth_name, "eth4");
-    EXPECT_EQ(rec.pcifn_id, -1);  // no hardware path in the reply
-}
-
-TEST(IocInfoFill, GarbageReplyIsCutToTheFields) {
-    kvo_ioc_info_t info;
-    memset(&info, 'Z', sizeof(info));  // no terminator anywhere
-    info.ioc_type = 77;                // not a known type: handled as Ethernet
-    kvol_t rec;
-    memset(&rec, 0x11, sizeof(rec));
-    kvol_ioc_fill_from_info(&rec, &info);
-    EXPECT_EQ(strlen(rec.serialnum), sizeof(rec.serialnum) - 1);  // 64 bytes into 12
-    EXPECT_EQ(strlen(rec.ioc_hwpath), sizeof(rec.ioc_hwpath) - 1);
-    EXPECT_EQ(strlen(rec.adapter_hwpath), sizeof(rec.adapter_hwpath) - 1);
-    EXPECT_EQ(strlen(rec.name), sizeof(rec.name) - 1);
-    EXPECT_EQ(strlen(rec.port_name), sizeof(rec.port_name) - 1);
-    EXPECT_EQ(strlen(rec.eth_name), sizeof(rec.eth_name) - 1);
-    EXPECT_EQ(rec.pcifn_id, -1);
-    EXPECT_EQ(rec.pwwn, 0u);
-    EXPECT_EQ(static_cast<uint32_t>(rec.ioc_type), 77u);
-    // Fields after the copied ones are untouched.
-    EXPECT_EQ(static_cast<uint8_t>(rec.friendlyName[0]), 0x11);
+// An Ethernet function, and any type the library does not know, takes its MACs and no WWNs; a
+// reply without terminators is cut to the fields.
+TEST(IocInfoFill, EthernetOrUnknownTypeTakesMacsAndNoWwnsAndIsCutToTheFields) {
+    for (uint32_t type : {uint32_t{KVO_IOC_TYPE_LL}, 77u}) {
+        SCOPED_TRACE(type);
+        kvo_ioc_info_t info;
+        memset(&info, 'Z', sizeof(info));  // no terminator anywhere
+        info.ioc_type = type;
+        kvol_t rec;
+        memset(&rec, 0x11, sizeof(rec));
+        kvol_ioc_fill_from_info(&rec, &info);
+        EXPECT_EQ(strlen(rec.serialnum), sizeof(rec.serialnum) - 1);  // 64 bytes into 12
+        EXPECT_EQ(strlen(rec.ioc_hwpath), sizeof(rec.ioc_hwpath) - 1);
+        EXPECT_EQ(strlen(rec.adapter_hwpath), sizeof(rec.adapter_hwpath) - 1);
+        EXPECT_EQ(strlen(rec.name), sizeof(rec.name) - 1);
+        EXPECT_EQ(strlen(rec.port_name), sizeof(rec.port_name) - 1);
+        EXPECT_EQ(std::string(rec.eth_name), std::string(sizeof(rec.eth_name) - 1, 'Z'));
+        EXPECT_EQ(rec.pcifn_id, -1);  // no dot in the hardware path
+        EXPECT_EQ(rec.pwwn, 0u);
+        EXPECT_EQ(rec.nwwn, 0u);
+        EXPECT_EQ(memcmp(&rec.current_mac, &info.current_mac, 6), 0);
+        EXPECT_EQ(static_cast<uint32_t>(rec.ioc_type), type);
+        // Fields after the copied ones are untouched.
+        EXPECT_EQ(static_cast<uint8_t>(rec.friendlyName[0]), 0x11);
+    }
 }

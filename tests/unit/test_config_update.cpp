@@ -87,6 +87,13 @@ TEST_F(ConfigUpdateTest, DriverDefaultsAreLeftOutOfTheFile) {
          [](const kvol_t* h, bool on) { kvol_config_ioc_name(h, on ? "p0" : ""); }},
         {"kvo0-persistent-binding = \"TRUE\";\n",
          [](const kvol_t* h, bool on) { kvol_config_pbind(h, on); }},
+        {"kvo0-port-trunk = 0, 1;\n", [](const kvol_t* h, bool on) { kvol_config_trunk(h, on, 0x3); }},
+        {"kvo0-vf-enable = \"TRUE\"\n", [](const kvol_t* h, bool on) { kvol_config_vf_mode(h, on, 1); }},
+        {"kvo0-vf-default = 5;\n",
+         [](const kvol_t* h, bool on) { kvol_config_vf_mode(h, 0, on ? 5 : 1); }},
+        {"kvo0-auth-policy = \"on\";\n", [](const kvol_t* h, bool on) { kvol_config_auth_policy(h, on); }},
+        {"kvo0-qos = \"TRUE\";\n", [](const kvol_t* h, bool on) { kvol_config_qos(h, on); }},
+        {"kvo0-ratelim = \"TRUE\";\n", [](const kvol_t* h, bool on) { kvol_config_ratelim(h, on); }},
     };
     for (const auto& [line, apply] : cases) {
         SCOPED_TRACE(line);
@@ -95,6 +102,10 @@ TEST_F(ConfigUpdateTest, DriverDefaultsAreLeftOutOfTheFile) {
         apply(&h0, false);
         EXPECT_FALSE(contains(render(), std::string(line).substr(0, std::string(line).find('='))));
     }
+    // Read from the file, never written.
+    kvol_config_qdepth(&h0, 16);
+    kvol_config_set_data(KVOL_CFG_MTU, 0, "9000");
+    EXPECT_FALSE(contains(render(), "qdepth") || contains(render(), "mtu"));
     // Auto stored as 0 is the rate limit's one written "default": only one gigabit is left out.
     kvol_config_defspeed(&h0, KVO_PORT_SPEED_AUTO);
     EXPECT_TRUE(contains(render(), "kvo0-ratelim-defspeed = 0;\n"));
@@ -160,6 +171,9 @@ TEST_F(ConfigUpdateTest, AdapterSetters) {
     EXPECT_STREQ(ad_config_data[1].name, "new");
     kvol_config_ad_set_trunk("S3", 1);  // missing: nothing
     EXPECT_EQ(kvol_config_ad_lookup("S3"), -1);
+    kvol_config_ad_set_trunk("S2", 1);
+    EXPECT_TRUE(contains(render(), "adapter-S2-trunk = \"TRUE\";\n"));
+    kvol_config_ad_set_trunk("S2", 0);
     kvol_config_ad_set_trunk("S1", 0);
     kvol_config_ad_set_name("S2", "");
     std::string out = render();
@@ -350,28 +364,21 @@ TEST_F(ConfigUpdateTest, NameQueries) {
 // ---- Lock and transactions
 // -----------------------------------------------------------------------------------
 
-TEST_F(ConfigUpdateTest, ASecondLoadWhileLockedFailsAndLeavesTheTables) {
-    load("kvo0-port-speed = 8;\n");
+TEST_F(ConfigUpdateTest, LoadCreatesTheFileRefusesASecondLoadAndFailuresReleaseTheLock) {
+    ASSERT_EQ(kvol_config_load(path()), KVO_STATUS_OK);  // a missing file is created
+    kvol_config_unload();
+    EXPECT_EQ(access(path(), F_OK), 0);
+    std::string nowhere = dir_ + "/missing/kvo.conf";
+    EXPECT_EQ(kvol_config_load(nowhere.c_str()), KVO_STATUS_EFOPEN);
+    load("kvo0-port-speed = 8;\n");  // the failure held no lock
+    // A second load while locked fails and leaves the tables.
     write_file("kvo0-port-speed = 4;\n");
     EXPECT_EQ(kvol_config_load(path()), KVO_STATUS_FAILED);
     EXPECT_EQ(ioc_config_data[0].speed, 8u);
     sync();
     ASSERT_EQ(kvol_config_load(path()), KVO_STATUS_OK);
     EXPECT_EQ(ioc_config_data[0].speed, 8u);
-    kvol_config_unload();
-}
-
-TEST_F(ConfigUpdateTest, LoadCreatesAMissingFileAndFailsWithoutADirectory) {
-    ASSERT_EQ(kvol_config_load(path()), KVO_STATUS_OK);
-    kvol_config_unload();
-    EXPECT_EQ(access(path(), F_OK), 0);
-    std::string nowhere = dir_ + "/missing/kvo.conf";
-    EXPECT_EQ(kvol_config_load(nowhere.c_str()), KVO_STATUS_EFOPEN);
-    EXPECT_EQ(kvol_config_load(path()), KVO_STATUS_OK);  // the failure held no lock
-}
-
-TEST_F(ConfigUpdateTest, AFailedWriteReleasesTheLock) {
-    load("kvo0-port-speed = 8;\n");
+    // A failed write releases the lock.
     EXPECT_EQ(kvol_config_sync(dir_.c_str()), KVO_STATUS_EFOPEN);
     ASSERT_EQ(kvol_config_load(path()), KVO_STATUS_OK);
     EXPECT_EQ(ioc_config_data[0].speed, 8u);

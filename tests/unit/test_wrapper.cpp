@@ -81,7 +81,7 @@ TEST(VfidLpwwn, PairsOfDashLAndWwn) {
 
 // ---- MAC -----------------------------------------------------------------------------------
 
-TEST(MacNumber, SixPairs) {
+TEST(MacNumber, SixPairsAndNeverMoreThanSixBytes) {
     char word[] = "00:12:34:56:78:9a";
     uint8_t mac[6] = {};
     ASSERT_EQ(qmx_get_mac_number(word, mac), 1);
@@ -92,13 +92,11 @@ TEST(MacNumber, SixPairs) {
     ASSERT_EQ(qmx_get_mac_number(upper, mac), 1);
     EXPECT_EQ(mac[0], 0xab);
     EXPECT_EQ(mac[2], 0xef);
-}
-
-TEST(MacNumber, NineOneDigitPiecesWriteOnlySixBytes) {
-    char word[] = "1:2:3:4:5:6:7:8:9";  // 17 characters
+    // Nine one-digit pieces (17 characters) write only six bytes.
+    char nine[] = "1:2:3:4:5:6:7:8:9";
     uint8_t buf[9];
     memset(buf, 0xEE, sizeof buf);
-    ASSERT_EQ(qmx_get_mac_number(word, buf), 1);
+    ASSERT_EQ(qmx_get_mac_number(nine, buf), 1);
     EXPECT_EQ(std::vector<uint8_t>(buf, buf + 9),
               (std::vector<uint8_t>{1, 2, 3, 4, 5, 6, 0xEE, 0xEE, 0xEE}));
 }
