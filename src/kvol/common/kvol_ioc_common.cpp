@@ -37,22 +37,6 @@ kvo_status_t kvol_ioc_enable(kvol_t* h) { return kvol_request_gen<KVO_IOCMD_IOC_
 
 kvo_status_t kvol_ioc_disable(kvol_t* h) { return kvol_request_gen<KVO_IOCMD_IOC_DISABLE>(h); }
 
-// Host, bus and target of a remote port; the outputs are written only on success.
-kvo_status_t kvol_rport_get_scsi_address(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn,
-                                         uint32_t* host, uint32_t* bus, uint32_t* target) {
-    if (host == nullptr || bus == nullptr || target == nullptr) return KVO_STATUS_EINVAL;
-    kvo_rport_scsi_addr_t req{};
-    req.vf_id = vf_id;
-    req.pwwn = lpwwn;
-    req.rpwwn = rpwwn;
-    kvo_status_t rc = kvol_request<KVO_IOCMD_RPORT_GET_SCSI_ADDRESS>(h, req);
-    if (rc != KVO_STATUS_OK) return rc;
-    *host = req.host;
-    *bus = req.bus;
-    *target = req.target;
-    return KVO_STATUS_OK;
-}
-
 // ---- Request-code map ------------------------------------------------------------------------
 
 // Replaces a request code by the vendor command number the storage driver's bsg interface

@@ -14,6 +14,8 @@
 #include "kvo_defs.h"
 #include "kvo_fcpim.h"
 #include "kvo_ioctl.h"
+#include "kvo_lunmask.h"
+#include "kvo_rport.h"
 #include "kvo_status.h"
 #include "kvol_stats.h"
 
@@ -340,12 +342,27 @@ void kvol_config_register_ioc(const kvol_t* h);
 // Applies the IOC's persisted names from the configuration file to the record.
 void kvol_config_merge_ioc(kvol_t* h);
 
-// ---- Remote ports (used by FC pass-through) -----------------------------------------------------
+// ---- Logical and remote ports ----------------------------------------------------------------
+// Each returns the channel's failure or the driver's status; outputs are written only on success.
 
-// The SCSI host, bus and target of a remote port seen from the local port lpwwn; the outputs
-// are written only on success.
+// The logical ports of the function on fabric vf_id: at most `room` WWNs copied into lports,
+// *total set to the number the driver has (which may exceed room).
+kvo_status_t kvol_fabric_get_lports(kvol_t* h, uint16_t vf_id, wwn_t* lports, uint32_t room,
+                                    uint32_t* total);
+// The remote ports of the logical port lpwwn, as kvol_fabric_get_lports.
+kvo_status_t kvol_lport_get_rports(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t* rports,
+                                   uint32_t room, uint32_t* total);
+// The attributes of the remote port rpwwn seen from the logical port lpwwn.
+kvo_status_t kvol_rport_get_attr(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn,
+                                 kvo_rport_attr_s* attr);
+// The SCSI host, bus and target of a remote port seen from the local port lpwwn.
 kvo_status_t kvol_rport_get_scsi_address(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn,
                                          uint32_t* host, uint32_t* bus, uint32_t* target);
+
+// ---- LUN masking ---------------------------------------------------------------------------------
+
+// The port's mask table: on success all of the driver's record is copied to *out.
+kvo_status_t kvol_fcpim_lunmask_query(kvol_t* h, kvo_ioctl_fcpim_lunmask_query_t* out);
 
 // ---- FCP initiator: I-T nexuses, path time-out, I/O throttle, target reset list -------------------
 // Each returns the channel's failure or the driver's status, KVO_STATUS_OK on success; outputs
