@@ -4,6 +4,8 @@
 #                              then qmxconfbench on the disk; ARGS go to qmxbench,
 #                              e.g. bench/run.sh --reps 3 --beds a1,a16,large
 #   bench/run.sh conf [ARGS]   qmxconfbench only; ARGS go to it, e.g. --kills 20 --batches 2
+#   bench/run.sh scsi [ARGS]   qmxscsibench only: fcpim --lunlist against lsscsi and sg3_utils;
+#                              ARGS go to it, e.g. --reps 3 --beds l16,large
 # With QMXBENCH_BASELINE=REV (a commit, e.g. f3ed623), qmxconfbench also runs the qmx built from
 # that commit (in build-bench/baseline), on the same emulator, for a before/after comparison.
 set -euo pipefail
@@ -11,7 +13,7 @@ cd "$(dirname "$0")/.."
 scripts/setup.sh
 b=build-bench
 cmake -S . -B "$b" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQMX_SANITIZE=OFF >/dev/null
-cmake --build "$b" -j"$(nproc)" --target qmx kvosim kvosim_preload qmxbench qmxconfbench >/dev/null
+cmake --build "$b" -j"$(nproc)" --target qmx kvosim kvosim_preload qmxbench qmxconfbench qmxscsibench >/dev/null
 
 run() {  # run NAME DIR
   local fstype
@@ -42,6 +44,17 @@ conf() {  # conf ARGS...
   "$b/bench/qmxconfbench" --work "$work" --label "this tree" --markdown "$b/bench/results-conf.md" "$@"
 }
 
+scsi() {  # scsi ARGS...
+  echo "## fcpim --lunlist against lsscsi and sg3_utils, beds in ${QMXBENCH_DISK:-/tmp/qmxbench}-scsi, $(nproc) cores, $(date -u '+%Y-%m-%d %H:%M UTC')"
+  echo
+  "$b/bench/qmxscsibench" --work "${QMXBENCH_DISK:-/tmp/qmxbench}-scsi" --markdown "$b/bench/results-scsi.md" "$@"
+}
+
+if [ "${1:-}" = scsi ]; then
+  shift
+  scsi "$@"
+  exit
+fi
 if [ "${1:-}" = conf ]; then
   shift
   conf "$@"
@@ -50,3 +63,4 @@ fi
 run disk "${QMXBENCH_DISK:-/tmp/qmxbench}" "$@"
 if [ -d /dev/shm ]; then run tmpfs "${QMXBENCH_TMPFS:-/dev/shm/qmxbench}" "$@"; fi
 conf
+scsi
