@@ -136,10 +136,10 @@ int main(int argc, char** argv) {
 
         const std::vector<std::string> env = {"LD_PRELOAD=" + preload, "KVOSIM_BED=" + fs::absolute(dir).string()};
         std::vector<Tool> tools = {
-            {"lunlist", {qmx, "fcpim", "--lunlist", "1/0"}, std::regex("^ [0-9]+:")},
-            {"lsscsi", {"/usr/bin/lsscsi", h + ":*:*:*"}, std::regex("^\\[")},
-            {"lunlist -v", {qmx, "fcpim", "--lunlist", "1/0", "-v"}, std::regex("^ [0-9]+:[0-9]+:")},
-            {"pipeline", {"/bin/bash", pipeline, h}, std::regex("^[0-9]+:0:")},
+            {"lunlist", {qmx, "fcpim", "--lunlist", "1/0"}, std::regex("^ [0-9]+:"), {}},
+            {"lsscsi", {"/usr/bin/lsscsi", h + ":*:*:*"}, std::regex("^\\["), {}},
+            {"lunlist -v", {qmx, "fcpim", "--lunlist", "1/0", "-v"}, std::regex("^ [0-9]+:[0-9]+:"), {}},
+            {"pipeline", {"/bin/bash", pipeline, h}, std::regex("^[0-9]+:0:"), {}},
         };
         // The warm-up run checks that each tool saw every LUN (and builds a large bed's SCSI tree).
         for (Tool& t : tools) {

@@ -163,7 +163,7 @@ int qmx_shell() {
 
 bool lib_up = false;
 
-int qmx_run(int argc, char** argv) {
+[[maybe_unused]] int qmx_run(int argc, char** argv) {
     if (argc < 2) {
         qmx_print_help(0);
         return 0;
@@ -492,7 +492,8 @@ int qmx_internal_command(const char* word) {
 }
 
 // Allocation failure anywhere below is reported once, here, as the library's out-of-memory
-// status.
+// status. (The manual page generator links this unit for its messages, without the entry.)
+#ifndef QMX_NO_MAIN
 int main(int argc, char** argv) {
     try {
         return qmx_run(argc, argv);
@@ -503,3 +504,4 @@ int main(int argc, char** argv) {
         return KVO_STATUS_ENOMEM;
     }
 }
+#endif
