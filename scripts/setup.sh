@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what the build needs when it is missing (Debian packages; run as root).
 set -euo pipefail
-pkgs=(g++ cmake make libgtest-dev googletest nlohmann-json3-dev util-linux tar coreutils lsscsi sg3-utils)
+pkgs=(g++ cmake make libgtest-dev googletest nlohmann-json3-dev util-linux tar coreutils lsscsi sg3-utils
+      dpkg-dev lintian man-db)
 missing=()
 for p in "${pkgs[@]}"; do
   dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
