@@ -1,0 +1,185 @@
+// SCSI paths without a target: REPORT LUNS data and its LUN-mask filter, the CDBs of the command
+// calls and the pass-through node's life.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "kvol_linux.h"
+
+namespace {
+
+// REPORT LUNS data: the list length as given, then the LUNs (peripheral or flat space, first
+// two bytes), then `extra` bytes of room.
+std::vector<uint8_t> rpl(uint32_t list_len, std::initializer_list<uint16_t> luns, size_t extra = 0) {
+    std::vector<uint8_t> d = {uint8_t(list_len >> 24), uint8_t(list_len >> 16), uint8_t(list_len >> 8),
+                              uint8_t(list_len), 0xAA, 0xBB, 0xCC, 0xDD};  // reserved bytes, not zero
+    for (uint16_t l : luns) {
+        const uint8_t e[8] = {uint8_t(l >> 8), uint8_t(l), 0, 0, 0, 0, 0, 0};
+        d.insert(d.end(), e, e + 8);
+    }
+    d.resize(d.size() + extra, 0xEE);
+    return d;
+}
+
+lun_t lun_of(uint16_t first_level) {
+    const uint8_t w[8] = {uint8_t(first_level >> 8), uint8_t(first_level), 0, 0, 0, 0, 0, 0};
+    lun_t l;
+    memcpy(&l, w, sizeof l);
+    return l;
+}
+
+wwn_t wwn(uint8_t last) { return 0x0100000000000050ULL | uint64_t{last} << 56; }
+
+kvo_lun_mask_s entry(wwn_t lp, wwn_t rp, uint16_t lun, uint8_t state = KVO_LUNMASK_ENTRY_ACTIVE) {
+    kvo_lun_mask_s e{};
+    e.lp_wwn = lp;
+    e.rp_wwn = rp;
+    e.lun = lun_of(lun);
+    e.state = state;
+    return e;
+}
+
+}  // namespace
+
+TEST(ScsiReportLuns, CountIsWhatTheListSaysAndTheBufferHolds) {
+    struct Case {
+        std::vector<uint8_t> data;
+        uint32_t size;  // as the caller allocated it (may be less than the bytes at hand)
+        uint32_t count;
+    } cases[] = {
+        {rpl(24, {0, 1, 2}), 32, 3},
+        {rpl(24, {0, 1, 2}, 8), 40, 3},     // room to spare
+        {rpl(0, {}), 8, 0},                  // header only
+        {rpl(20, {0, 1, 2}), 32, 2},        // a length that is no multiple of 8 counts whole entries
+        {rpl(800, {0, 1}), 24, 2},          // a list longer than the buffer: only what is there
+        {rpl(0xFFFFFFF8, {0}), 16, 1},
+        {rpl(24, {0, 1, 2}), 7, 0},         // not even a header
+        {rpl(24, {0, 1, 2}), 15, 0},
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(kvol_scsi_rpl_count(c.data.data(), c.size), c.count) << c.size;
+    EXPECT_EQ(kvol_scsi_rpl_count(nullptr, 64), 0u);
+}
+
+TEST(ScsiReportLuns, MaskKeepsLunZeroAndTheNexusEntriesInUse) {
+    const wwn_t lp = wwn(1), rp = wwn(2);
+    kvo_lunmask_cfg_s mask{};
+    mask.status = KVO_LUNMASK_ENABLED;
+    mask.lun_list[0] = entry(lp, rp, 0x0002);
+    mask.lun_list[3] = entry(lp, rp, 0x412C);                      // flat space, LUN 300
+    mask.lun_list[5] = entry(wwn(9), rp, 0x0003);                  // another initiator
+    mask.lun_list[6] = entry(lp, wwn(9), 0x0004);                  // another target
+    mask.lun_list[7] = entry(lp, rp, 0x0005, 0);                   // a free slot
+    mask.lun_list[15] = entry(lp, rp, 0x0006);                     // the last slot counts
+    std::vector<uint8_t> d = rpl(64, {0, 1, 2, 3, 4, 5, 6, 0x412C}, 8);
+    ASSERT_EQ(kvol_scsi_lm_filter_rpl(mask, lp, rp, d.data(), uint32_t(d.size())), 1);
+    // Kept in list order, packed from offset 8, the header rewritten and the rest zeroed.
+    std::vector<uint8_t> want = rpl(32, {0, 2, 6, 0x412C});
+    want[4] = want[5] = want[6] = want[7] = 0;
+    want.resize(d.size(), 0);
+    EXPECT_EQ(d, want);
+}
+
+TEST(ScsiReportLuns, MaskLeavesTheDataAloneUnlessEnabledAndWhole) {
+    const wwn_t lp = wwn(1), rp = wwn(2);
+    kvo_lunmask_cfg_s mask{};
+    mask.lun_list[0] = entry(lp, rp, 0x0002);
+    struct Case {
+        uint8_t status;
+        std::vector<uint8_t> data;
+        uint32_t size;
+    } cases[] = {
+        {KVO_LUNMASK_DISABLED, rpl(24, {0, 1, 2}), 32},
+        {KVO_LUNMASK_UNINITIALIZED, rpl(24, {0, 1, 2}), 32},
+        {7, rpl(24, {0, 1, 2}), 32},                         // unknown status
+        {KVO_LUNMASK_ENABLED, rpl(32, {0, 1, 2}), 32},       // a list cut short
+        {KVO_LUNMASK_ENABLED, rpl(24, {0, 1, 2}), 7},        // no header
+    };
+    for (const Case& c : cases) {
+        mask.status = c.status;
+        std::vector<uint8_t> d = c.data;
+        EXPECT_EQ(kvol_scsi_lm_filter_rpl(mask, lp, rp, d.data(), c.size), 0) << int(c.status);
+        EXPECT_EQ(d, c.data) << int(c.status);
+    }
+    // Enabled with an empty table: LUN 0 alone.
+    mask.status = KVO_LUNMASK_ENABLED;
+    mask.lun_list[0] = {};
+    std::vector<uint8_t> d = rpl(24, {1, 0, 2});
+    ASSERT_EQ(kvol_scsi_lm_filter_rpl(mask, lp, rp, d.data(), uint32_t(d.size())), 1);
+    std::vector<uint8_t> want = rpl(8, {0}, 16);
+    want[4] = want[5] = want[6] = want[7] = 0;
+    std::fill(want.begin() + 16, want.end(), 0);
+    EXPECT_EQ(d, want);
+}
+
+TEST(ScsiCommands, EachCallBuildsItsCdbBeforeTheNodeIsSought) {
+    // A storage function whose control node does not exist: every command fails at the nexus
+    // query, after its CDB was built.
+    kvol_t h{};
+    h.fd = h.sg_fd = h.ipfc_fd = -1;
+    h.ioc_type = KVO_IOC_TYPE_FC;
+    strcpy(h.devpath, "/nonexistent/dev/kvo");
+    using call_t = kvo_status_t (*)(kvol_t*, uint16_t, wwn_t, wwn_t, lun_t, scsi_cdb_t*, int, void*,
+                                    uint32_t, uint8_t*, void*, uint32_t*);
+    struct Case {
+        const char* name;
+        call_t call;
+        std::vector<uint8_t> cdb;  // the leading bytes; the rest stays zero
+    } cases[] = {
+        {"inquiry", kvol_scsi_inquiry, {0x12, 0, 0, 0x01, 0x2C}},
+        {"readcapacity", kvol_scsi_readcapacity, {0x25}},
+        {"readcapacity16", kvol_scsi_readcapacity16, {0x9E, 0x10, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x01, 0x2C}},
+        {"testunitready", kvol_scsi_testunitready, {0x00}},
+        {"read10", kvol_scsi_read10, {0x28, 0, 0, 0, 0, 0, 0, 0x00, 0x08}},
+    };
+    std::vector<uint8_t> data(300);
+    uint8_t sense[32];
+    for (const Case& c : cases) {
+        scsi_cdb_t cdb{};
+        uint8_t status = 0xFF;
+        uint32_t sense_len = sizeof sense;
+        EXPECT_EQ(c.call(&h, 0, wwn(1), wwn(2), 0, &cdb, 0, data.data(), uint32_t(data.size()), &status,
+                         sense, &sense_len),
+                  KVO_STATUS_NO_DRIVER)
+            << c.name;
+        std::vector<uint8_t> want = c.cdb;
+        want.resize(16, 0);
+        EXPECT_EQ(std::vector<uint8_t>(cdb.scsi_cdb, cdb.scsi_cdb + 16), want) << c.name;
+        EXPECT_EQ(status, 0xFF) << c.name;  // untouched: nothing was sent
+    }
+    // REPORT LUNS hands back no buffer when it fails.
+    scsi_cdb_t cdb{};
+    uint8_t* buf = reinterpret_cast<uint8_t*>(&h);
+    uint32_t len = 99, sense_len = sizeof sense;
+    uint8_t status = 0;
+    EXPECT_EQ(kvol_scsi_reportluns(&h, 0, wwn(1), wwn(2), 0, &cdb, 0, &buf, &len, &status, sense, &sense_len),
+              KVO_STATUS_NO_DRIVER);
+    EXPECT_EQ(buf, nullptr);
+    EXPECT_EQ(len, 0u);
+    const uint8_t rl[16] = {0xA0, 0, 0, 0, 0, 0, 0, 0, 0x03, 0x30};  // allocation length 816
+    EXPECT_EQ(memcmp(cdb.scsi_cdb, rl, sizeof rl), 0);
+    EXPECT_EQ(h.sg_fd, -1);
+}
+
+TEST(ScsiPassthru, NodeIsClosedWhenTheRequestFails) {
+    int p[2];
+    ASSERT_EQ(pipe(p), 0);
+    close(p[1]);
+    kvol_t h{};
+    h.sg_fd = p[0];  // a pipe refuses SG_IO
+    kvo_ioctl_scsi_t rec{};
+    rec.cdb.scsi_cdb[0] = 0x00;
+    rec.status = 77;
+    EXPECT_EQ(kvol_scsi_passthru(&h, &rec), KVO_STATUS_ENOTTY);
+    EXPECT_EQ(h.sg_fd, -1);
+    errno = 0;
+    EXPECT_EQ(fcntl(p[0], F_GETFD), -1);
+    EXPECT_EQ(errno, EBADF);
+    EXPECT_EQ(rec.status, 77u);  // the record is not the driver's answer
+}
