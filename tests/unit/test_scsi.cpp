@@ -1,5 +1,6 @@
 // SCSI paths without a target: REPORT LUNS data and its LUN-mask filter, the CDBs of the command
-// calls and the pass-through node's life.
+// calls, the pass-through node's life, and the SCSI columns of the LUN list (INQUIRY data and
+// the size).
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include "kvol_linux.h"
+#include "qmxhandlers.h"
 
 namespace {
 
@@ -182,4 +184,49 @@ TEST(ScsiPassthru, NodeIsClosedWhenTheRequestFails) {
     EXPECT_EQ(fcntl(p[0], F_GETFD), -1);
     EXPECT_EQ(errno, EBADF);
     EXPECT_EQ(rec.status, 77u);  // the record is not the driver's answer
+}
+
+TEST(LunlistColumns, InquiryVendorProductUpToItsFirstBlankAndRevision) {
+    auto inq = [](const char* vendor, const char* product, const char* rev) {
+        uint8_t d[36] = {};
+        memcpy(d + 8, vendor, strnlen(vendor, 8));
+        memcpy(d + 16, product, strnlen(product, 16));
+        memcpy(d + 32, rev, strnlen(rev, 4));
+        return qmx_fcpim_inquiry_columns(d);
+    };
+    EXPECT_EQ(inq("TORVANE ", "FlexStor 2400   ", "0930"), "TORVANE  FlexStor  0930");
+    EXPECT_EQ(inq("VENDOR12", "PRODUCT-NO-BLANK", "REV1"), "VENDOR12 PRODUCT-NO-BLANK REV1");
+    EXPECT_EQ(inq("ACME    ", " leading", "1"), "ACME       1   ");
+    // A short answer (the rest of the buffer zero), or text ending early: padded, never past
+    // the field.
+    EXPECT_EQ(inq("", "", ""), std::string(8, ' ') + "  " + std::string(4, ' '));
+    EXPECT_EQ(inq("AB", "XY", "9"), "AB       XY 9   ");
+}
+
+TEST(LunlistColumns, SizeOfLastLbaTimesBlockLength) {
+    struct Case {
+        int64_t last_lba;
+        int64_t block_len;
+        const char* text;
+    } cases[] = {
+        {0, 512, "0"},
+        {2047, 512, "1048064"},                  // just below 1 MiB: bytes
+        {2048, 512, "1.00MB"},
+        {134222968, 1, "128.01MB"},              // single precision: double gives 128.00
+        {2097151, 512, "1024.00MB"},             // 1 GiB - 512: still MiB
+        {2097152, 512, "1.00GB"},
+        {8595302933, 1, "8.01GB"},               // single precision: double gives 8.00
+        {209715199, 512, "100.00GB"},
+        {0x7FFFFFFF, 512, "1024.00GB"},          // the largest positive READ CAPACITY(10) answer
+        {int64_t{1} << 31, 512, "1.00TB"},       // 2^40 bytes
+        {6442450943, 512, "2.00TB"},             // 3 TiB - 512: whole TiB units only
+        {int64_t{0x1FFFFFFFF}, 4096, "31.00TB"},
+        {int32_t(0x80000000), 512, "  -----"},  // READ CAPACITY(10) fields read as signed
+        {int32_t(0xFFFFFFFE), 512, "  -----"},
+        {4096, int32_t(0x80000000), "  -----"},
+        {int64_t{1} << 62, 2, "  -----"},        // 2^63: the 64-bit product turns negative
+        {int64_t{1} << 62, 4, "0"},              // 2^64 wraps to 0
+    };
+    for (const Case& c : cases)
+        EXPECT_EQ(qmx_fcpim_lun_size(c.last_lba, c.block_len), c.text) << c.last_lba << " x " << c.block_len;
 }
