@@ -330,3 +330,25 @@ TEST(FcpimLunlist, OverlongTapeLinkIsCutAndStillNamesANode) {
                            " 0:0000-0000-0000-0000  " + kArray + " /dev/st0-and-mo \n" + kPlainTail));
     EXPECT_TRUE(bed.log_clean());
 }
+
+TEST(FcpimLuns, AtMost1024OfALongerListReachTheCaller) {
+    json luns = json::array({disk(0, 2048)});
+    for (unsigned l = 1; l < 1100; ++l) {
+        json d = disk(l, 2048);
+        d["present"] = false;
+        luns.push_back(d);
+    }
+    Bed bed = Bed::from_json(host(json::array({target(kArray, 0, luns)})));
+    Result r = bed.run({KVOL_LUNS_BIN, "0", kArray});
+    ASSERT_EQ(r.status, 0) << r.err;
+    strings out = scen::lines(r.out);
+    ASSERT_EQ(out.size(), 1025u);
+    EXPECT_EQ(out[0], "status=0 count=1024");
+    EXPECT_EQ(out[1], "0000-0000-0000-0000");
+    EXPECT_EQ(out[1024], "43ff-0000-0000-0000");  // LUN 1023, in flat space
+    // The whole list was asked for: 1100 entries.
+    strings sent = requests(bed, "REPORT_LUNS");
+    ASSERT_EQ(sent.size(), 2u);
+    EXPECT_EQ(sent[1], "scsi /dev/sg0 REPORT_LUNS 2:0:0:0 alloc=8808 -> status=0");
+    EXPECT_TRUE(bed.log_clean());
+}
