@@ -91,6 +91,7 @@ void qmx_fcdiag_usage(int extended);
 // ---- fcpim ---------------------------------------------------------------------------------
 extern const qmx_cmd_desc_t qmx_fcpim_cmd_desc[];
 void qmx_fcpim_usage(int extended);
+int qmx_fcpim_ioperf(char** argv, int argc, qmx_id_t* id);  // in qmxioperf.cpp
 int qmx_fcpim_query(char** argv, int argc, qmx_id_t* id);
 int qmx_fcpim_stats(char** argv, int argc, qmx_id_t* id);
 int qmx_fcpim_statsclr(char** argv, int argc, qmx_id_t* id);

@@ -444,6 +444,12 @@ kvo_status_t kvol_itnim_get_iostats(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_
                                     const kvol_stats_t** table, kvo_itnim_iostats_t* iostats);
 // The bytes read plus the bytes written, found by their names in the table; wraps at 32 bits.
 uint32_t kvol_itnim_get_iothroughput(const kvol_stats_t* table, const kvo_itnim_iostats_t* iostats);
+// The I/O statistics of the whole function (over all its nexuses) and of its logical port
+// lpwwn, in the nexus record and with its table (kvol_itnim_get_iothroughput finds their bytes).
+kvo_status_t kvol_fcpim_get_modstats(kvol_t* h, uint16_t vf_id, const kvol_stats_t** table,
+                                     kvo_itnim_iostats_t* modstats);
+kvo_status_t kvol_lport_get_iostats(kvol_t* h, uint16_t vf_id, wwn_t lpwwn,
+                                    const kvol_stats_t** table, kvo_itnim_iostats_t* iostats);
 // Clears the nexus's statistics.
 kvo_status_t kvol_itnim_reset_stats(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn);
 // Sets the path time-out (seconds; KVO_STATUS_EINVAL_TOV above 60, with no driver request) and
