@@ -136,3 +136,12 @@ void kvol_scsi_passthru_end(kvol_t* h);
 // Returns 1 when it rewrote the data, else 0.
 int kvol_scsi_lm_filter_rpl(const kvo_lunmask_cfg_s& mask, wwn_t lpwwn, wwn_t rpwwn, uint8_t* data,
                             uint32_t size);
+
+// ---- The host's SCSI devices (the platform's, best effort) --------------------------------------
+
+// Asks SCSI host `host` to scan every channel, target and LUN again. Nothing is reported: a
+// host that cannot be asked is left alone.
+void kvol_os_scsi_host_rescan(uint32_t host);
+// Removes the OS device host:bus:target:lun (the kernel's LUN number). Nothing is reported: a
+// device that is not there is left alone.
+void kvol_os_scsi_device_remove(uint32_t host, uint32_t bus, uint32_t target, uint32_t lun);

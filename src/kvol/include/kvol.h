@@ -428,6 +428,19 @@ kvo_status_t kvol_get_osname(int host, int bus, int target, int lun, char (*name
 
 // The port's mask table: on success all of the driver's record is copied to *out.
 kvo_status_t kvol_fcpim_lunmask_query(kvol_t* h, kvo_ioctl_fcpim_lunmask_query_t* out);
+// Each of the following returns the channel's failure or the driver's status. The host's SCSI
+// devices follow the table, best effort (nothing of it changes the result): an add makes the
+// host rescan; a delete, or a clear of an enabled table, removes the OS devices of the LUNs
+// that left the mask while masking is enabled, LUN 0 never.
+kvo_status_t kvol_fcpim_lunmask_enable(kvol_t* h);
+kvo_status_t kvol_fcpim_lunmask_disable(kvol_t* h);
+// A local port WWN of 0 asks for the port's own, and *lpwwn comes back as the one the driver used.
+kvo_status_t kvol_fcpim_lunmask_add(kvol_t* h, uint16_t vf_id, wwn_t* lpwwn, wwn_t rpwwn, lun_t lun);
+// As add; a failing table query after the delete is the result.
+kvo_status_t kvol_fcpim_lunmask_delete(kvol_t* h, uint16_t vf_id, wwn_t* lpwwn, wwn_t rpwwn,
+                                       lun_t lun);
+// Reads the table first (its failure is the result, and nothing is cleared), then empties it.
+kvo_status_t kvol_fcpim_lunmask_clear(kvol_t* h);
 
 // ---- FCP initiator: I-T nexuses, path time-out, I/O throttle, target reset list -------------------
 // Each returns the channel's failure or the driver's status, KVO_STATUS_OK on success; outputs
