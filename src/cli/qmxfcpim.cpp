@@ -1,5 +1,5 @@
 // The fcpim class: the LUN list, I-T nexus attributes and statistics, the path time-out, the I/O
-// throttle and the target reset list of a storage function.
+// throttle, the target reset list and the LUN mask of a storage function.
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -86,15 +86,21 @@ int read_nexus(char** argv, int argc, nexus_words& n) {
     return 0;
 }
 
-// The same, with the function's own port standing in for a missing local port.
-int read_nexus_own(char** argv, int argc, kvol_t* h, nexus_words& n) {
-    int rc = read_nexus(argv, argc, n);
-    if (rc != 0 || n.lpwwn != 0) return rc;
+// The function's own port stands in for a local port not given.
+int own_port_if_unset(kvol_t* h, wwn_t& lpwwn) {
+    if (lpwwn != 0) return 0;
     kvo_ioc_info_t info{};
     kvo_status_t st = kvol_ioc_get_info(h, &info);
     if (st != KVO_STATUS_OK) return st;
-    n.lpwwn = info.pwwn;
+    lpwwn = info.pwwn;
     return 0;
+}
+
+// read_nexus with the function's own port standing in for a missing local port.
+int read_nexus_own(char** argv, int argc, kvol_t* h, nexus_words& n) {
+    int rc = read_nexus(argv, argc, n);
+    if (rc != 0) return rc;
+    return own_port_if_unset(h, n.lpwwn);
 }
 
 const char* supported(uint8_t flag) { return flag != 0 ? "Supported" : "Not Supported"; }
@@ -527,5 +533,122 @@ int qmx_fcpim_trs_clear(char** /*argv*/, int /*argc*/, qmx_id_t* id) {
     if (h == nullptr) return KVO_STATUS_FAILED;
     kvo_status_t st = kvol_itnim_trs_clear(h);
     if (st == KVO_STATUS_OK) printf("\nCleared all entries in the target reset list\n\n");
+    return st;
+}
+
+// ---- LUN masking --------------------------------------------------------------------------------
+
+// <rpwwn> <LUN#> [-l <lpwwn>]...: the entry to add or delete, for the port's own WWN unless
+// another local port is named.
+static int lunmask_edit(char** argv, int argc, qmx_id_t* id, bool add) {
+    kvol_t* h = id->kvol;
+    if (h == nullptr) return KVO_STATUS_FAILED;
+    wwn_t rpwwn = 0;
+    if (!qmx_get_port_wwn(argv[QMX_ARG_1], &rpwwn)) return E_CLI_BAD_WWN;
+    if (!qmx_verify_lun(argv[QMX_ARG_2])) return E_CLI_INCORRECT_CMD;
+    uint8_t wire[sizeof(lun_t)];
+    qmx_convert_string_to_lun(argv[QMX_ARG_2], wire);
+    lun_t lun;
+    memcpy(&lun, wire, sizeof(lun));
+    wwn_t lpwwn = 0;
+    constexpr int first_option = QMX_ARG_2 + 1;
+    if (qmx_has_arg(argc, first_option)) {
+        int rc = qmx_fill_vfid_lpwwn(argv, argc, first_option, nullptr, &lpwwn);
+        if (rc != 0) return rc;
+    }
+    int rc = own_port_if_unset(h, lpwwn);
+    if (rc != 0) return rc;
+    kvo_status_t st = add ? kvol_fcpim_lunmask_add(h, 0, &lpwwn, rpwwn, lun)
+                          : kvol_fcpim_lunmask_delete(h, 0, &lpwwn, rpwwn, lun);
+    if (st != KVO_STATUS_OK) return st;
+    char text[20];
+    qmx_convert_lun_to_string(lun, text, sizeof(text));
+    printf(add ? "LUN Mask added:\n" : "LUN Mask deleted:\n");
+    printf("LUN           : ");
+    printf("%s\n", text);
+    printf("Target        : ");
+    qmx_print_pwwn(rpwwn);
+    printf("\n");
+    printf("Initiator     : ");
+    qmx_print_pwwn(lpwwn);
+    printf("\n");
+    return st;
+}
+
+int qmx_fcpim_lm_add_hdlr(char** argv, int argc, qmx_id_t* id) { return lunmask_edit(argv, argc, id, true); }
+
+int qmx_fcpim_lm_del_hdlr(char** argv, int argc, qmx_id_t* id) { return lunmask_edit(argv, argc, id, false); }
+
+int qmx_fcpim_lm_clear_hdlr(char** /*argv*/, int /*argc*/, qmx_id_t* id) {
+    kvol_t* h = id->kvol;
+    if (h == nullptr) return KVO_STATUS_FAILED;
+    kvo_status_t st = kvol_fcpim_lunmask_clear(h);
+    if (st == KVO_STATUS_OK) printf("Lun Mask List cleared\n");
+    return st;
+}
+
+// Enabling an empty table hides every LUN but LUN 0: said after the fact, not refused.
+int qmx_fcpim_lm_en_hdlr(char** /*argv*/, int /*argc*/, qmx_id_t* id) {
+    kvol_t* h = id->kvol;
+    if (h == nullptr) return KVO_STATUS_FAILED;
+    kvo_ioctl_fcpim_lunmask_query_t q{};
+    kvo_status_t st = kvol_fcpim_lunmask_query(h, &q);
+    if (st != KVO_STATUS_OK) return st;
+    int in_use = 0;
+    for (const kvo_lun_mask_s& e : q.lun_mask.lun_list) in_use += e.state == KVO_LUNMASK_ENTRY_ACTIVE;
+    st = kvol_fcpim_lunmask_enable(h);
+    if (st != KVO_STATUS_OK) return st;
+    printf("Lun masking enabled on %2d/%-2d\n", kvol_ioc_get_adapter_id(h), kvol_ioc_get_port_id(h));
+    if (in_use == 0) printf("Warning: LUN Masking enabled without any LUNs configured in LUN Mask\n");
+    return st;
+}
+
+int qmx_fcpim_lm_dis_hdlr(char** /*argv*/, int /*argc*/, qmx_id_t* id) {
+    kvol_t* h = id->kvol;
+    if (h == nullptr) return KVO_STATUS_FAILED;
+    kvo_status_t st = kvol_fcpim_lunmask_disable(h);
+    if (st == KVO_STATUS_OK)
+        printf("Lun masking disabled on %2d/%-2d\n", kvol_ioc_get_adapter_id(h), kvol_ioc_get_port_id(h));
+    return st;
+}
+
+// [-l <lpwwn>] [-r <rpwwn>] in any order, the last of a kind counting. Every entry in use is
+// shown that passes the filters, whatever the status: a disabled table keeps its entries.
+int qmx_fcpim_lm_query_hdlr(char** argv, int argc, qmx_id_t* id) {
+    kvol_t* h = id->kvol;
+    if (h == nullptr) return KVO_STATUS_FAILED;
+    wwn_t lpwwn = 0, rpwwn = 0;
+    bool by_lport = false, by_rport = false;
+    for (int i = QMX_ARG_1; i < argc; i += 2) {
+        const bool local = strcmp(argv[i], "-l") == 0;
+        if (!local && strcmp(argv[i], "-r") != 0) return E_CLI_INCORRECT_CMD;
+        if (!qmx_has_arg(argc, i + 1)) return E_CLI_TOO_FEW_ARGS;
+        if (!qmx_get_port_wwn(argv[i + 1], local ? &lpwwn : &rpwwn)) return E_CLI_BAD_WWN;
+        (local ? by_lport : by_rport) = true;
+    }
+    kvo_ioctl_fcpim_lunmask_query_t q{};
+    kvo_status_t st = kvol_fcpim_lunmask_query(h, &q);
+    if (st != KVO_STATUS_OK) return st;
+    switch (q.lun_mask.status) {
+    case KVO_LUNMASK_ENABLED: printf("LUN Mask status is : Enabled\n"); break;
+    case KVO_LUNMASK_DISABLED: printf("LUN Mask status is : Disabled\n"); break;
+    case KVO_LUNMASK_UNINITIALIZED: printf("LUN Mask status is : Uninitialized\n"); break;
+    default: printf("LUN Mask status is : Unknown\n"); break;
+    }
+    const char* rule = "--------------------------------------------------------"
+                       "-------------------------------\n";
+    printf("%s", rule);
+    printf(" Lport-WWN\t\t Rport-WWN \t\t\t Lun#\n");
+    printf("%s", rule);
+    for (const kvo_lun_mask_s& e : q.lun_mask.lun_list) {
+        if (e.state != KVO_LUNMASK_ENTRY_ACTIVE) continue;
+        if ((by_rport && e.rp_wwn != rpwwn) || (by_lport && e.lp_wwn != lpwwn)) continue;
+        char text[20];
+        qmx_convert_lun_to_string(e.lun, text, sizeof(text));
+        qmx_print_pwwn(e.lp_wwn);
+        printf("\t ");
+        qmx_print_pwwn(e.rp_wwn);
+        printf("\t %s\n", text);
+    }
     return st;
 }

@@ -111,6 +111,12 @@ int qmx_fcpim_trs_enable(char** argv, int argc, qmx_id_t* id);
 int qmx_fcpim_trs_disable(char** argv, int argc, qmx_id_t* id);
 int qmx_fcpim_trs_query(char** argv, int argc, qmx_id_t* id);
 int qmx_fcpim_trs_clear(char** argv, int argc, qmx_id_t* id);
+int qmx_fcpim_lm_add_hdlr(char** argv, int argc, qmx_id_t* id);
+int qmx_fcpim_lm_del_hdlr(char** argv, int argc, qmx_id_t* id);
+int qmx_fcpim_lm_clear_hdlr(char** argv, int argc, qmx_id_t* id);
+int qmx_fcpim_lm_en_hdlr(char** argv, int argc, qmx_id_t* id);
+int qmx_fcpim_lm_dis_hdlr(char** argv, int argc, qmx_id_t* id);
+int qmx_fcpim_lm_query_hdlr(char** argv, int argc, qmx_id_t* id);
 
 // ---- flash ---------------------------------------------------------------------------------
 extern const qmx_cmd_desc_t qmx_flash_cmd_desc[];
