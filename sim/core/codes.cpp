@@ -175,7 +175,7 @@ constexpr ErrnoName errno_names[] = {
     {EROFS, "EROFS"},   {EPIPE, "EPIPE"},     {ERANGE, "ERANGE"},     {ENOSYS, "ENOSYS"},
     {ETIMEDOUT, "ETIMEDOUT"}, {EOPNOTSUPP, "EOPNOTSUPP"}, {ECONNRESET, "ECONNRESET"},
     {ENODATA, "ENODATA"}, {EPROTO, "EPROTO"}, {EOVERFLOW, "EOVERFLOW"}, {ECANCELED, "ECANCELED"},
-    {EFBIG, "EFBIG"},
+    {EFBIG, "EFBIG"},   {EBADR, "EBADR"},
 };
 
 }  // namespace

@@ -17,6 +17,7 @@
 #include "kvo_ioctl.h"
 
 struct kvo_itnim_iostats_s;
+struct sg_io_v4;
 
 namespace kvosim {
 
@@ -129,6 +130,12 @@ std::vector<wwn_t> logical_ports(const Function& f);
 // ioctl on a SCSI node (/dev/sgN, /dev/sdX, /dev/srN, /dev/stN, /dev/nstN), under the bed's lock.
 struct NodeRef;
 int scsi_node_ioctl(State& st, const NodeRef& node, unsigned long request, void* arg);
+
+// FC pass-through (ELS and CT frames) on an FC transport bsg node, a host's or a remote port's
+// (fc_passthru.cpp): `hdr` was read from the caller at hdr_addr and its common framing checked
+// (guard, protocol, a readable 32-byte request). 0 or -1 with errno, as the kernel answers.
+int fc_passthru(State& st, const NodeRef& node, sg_io_v4& hdr, uint64_t hdr_addr,
+                const uint8_t (&request)[KVO_BSG_REQUEST_LEN]);
 
 // WWN and MAC in wire order (the first written pair first).
 wwn_t wire_wwn(uint64_t w);

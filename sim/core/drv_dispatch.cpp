@@ -322,14 +322,13 @@ int bsg_ioctl(State& st, const NodeRef& node, unsigned long request, void* arg) 
         return reject(st, t, np, fmt("subprotocol %u, expected 2 (SCSI transport)", hdr.subprotocol));
     if (hdr.request_len != KVO_BSG_REQUEST_LEN)
         return reject(st, t, np, fmt("request_len %u, expected %u", hdr.request_len, KVO_BSG_REQUEST_LEN));
+    uint8_t fc_req[KVO_BSG_REQUEST_LEN];
+    if (!read_user(fc_req, hdr.request, sizeof fc_req)) return reject(st, t, np, "request buffer is not readable");
     kvo_bsg_vendor_req_s vreq;
-    if (!read_user(&vreq, hdr.request, sizeof vreq)) return reject(st, t, np, "request buffer is not readable");
-    if (fcpt_msgcode(vreq.msgcode)) {
-        append_log(st.dir, fmt("UNHANDLED %s FC pass-through msgcode 0x%08X -> errno=EOPNOTSUPP", head(t, np).c_str(),
-                               vreq.msgcode));
-        errno = EOPNOTSUPP;
-        return -1;
-    }
+    memcpy(&vreq, fc_req, sizeof vreq);
+    // A remote port's node takes pass-through frames only; the host's node also vendor requests.
+    if (node.kind == NodeKind::bsg_rport || node.kind == NodeKind::rport || fcpt_msgcode(vreq.msgcode))
+        return fc_passthru(st, node, hdr, hdr_addr, fc_req);
     if (vreq.msgcode != KVO_BSG_HST_VENDOR)
         return reject(st, t, np, fmt("msgcode 0x%08X, expected 0x%08X", vreq.msgcode, KVO_BSG_HST_VENDOR));
     if (vreq.vendor_id != KVO_PCI_VENDOR_ID)
@@ -406,7 +405,9 @@ int node_ioctl_unguarded(const NodeRef& node, unsigned long request, void* arg) 
         case NodeKind::tqe:
         case NodeKind::ipfc: rc = plain_ioctl(st, node, request, arg); break;
         case NodeKind::bsg_host:
-        case NodeKind::fc_host: rc = bsg_ioctl(st, node, request, arg); break;
+        case NodeKind::fc_host:
+        case NodeKind::bsg_rport:
+        case NodeKind::rport: rc = bsg_ioctl(st, node, request, arg); break;
         case NodeKind::scsi: rc = scsi_node_ioctl(st, node, request, arg); break;
         default:
             append_log(st.dir, fmt("UNHANDLED %s ioctl 0x%lx -> errno=EOPNOTSUPP", node.path.c_str(), request));

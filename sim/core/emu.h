@@ -25,7 +25,8 @@ std::string virtual_of(const std::string& real);
 enum class NodeKind { none, kvo, tqe, ipfc, bsg_host, fc_host, bsg_rport, rport, sg, scsi };
 struct NodeRef {
     NodeKind kind = NodeKind::none;
-    int host = -1;     // fc_host number of bsg_host / fc_host nodes
+    int host = -1;     // SCSI host number of bsg_host, fc_host, bsg_rport and rport nodes
+    int rport = -1;    // remote port number of bsg_rport and rport nodes (channel 0 only)
     std::string path;  // the node's path as the caller named it (normalised)
     int fd = -1;       // the descriptor the request came on (scsi nodes keep per-open settings)
 };

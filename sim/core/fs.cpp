@@ -113,6 +113,17 @@ void driver_dir(Writer& w, const std::string& d, const std::string& version) {
     w.file(d + "/module/refcnt", "0\n");
 }
 
+// The FC transport's bsg node of the function's i-th remote port, "" when it has none. The
+// transport names it by the port's number on the host, as its fc_remote_ports entry, not by
+// its SCSI target id; the fabric's own ports have none, nor has a function without FC host node.
+std::string rport_node(const Function& f, size_t i) {
+    if (f.rports[i].role == "fabric") return "";
+    const std::string name = "rport-" + std::to_string(f.host) + ":0-" + std::to_string(i);
+    if (f.node == "bsg") return "/dev/bsg/" + name;
+    if (f.node == "fc_host") return "/dev/" + name;
+    return "";
+}
+
 void storage_function(Writer& w, const Host& h, const Adapter& a, const Function& f) {
     const std::string hn = "host" + std::to_string(f.host);
     const std::string d = "/sys/bus/pci/drivers/kvo/" + f.pci;
@@ -126,14 +137,14 @@ void storage_function(Writer& w, const Host& h, const Adapter& a, const Function
     w.file(fc + "/port_name", hex64(f.pwwn));
     w.file(fc + "/node_name", hex64(f.nwwn));
     char pid[16];
-    snprintf(pid, sizeof pid, "0x%06x\n", online ? 0x010000u | (static_cast<unsigned>(f.host) & 0xFF) << 8 : 0u);
+    snprintf(pid, sizeof pid, "0x%06x\n", fc_port_id(f));
     w.file(fc + "/port_id", pid);
     w.file(fc + "/port_state", online ? "Online\n" : "Linkdown\n");
     w.file(fc + "/port_type", online ? "NPort (fabric via point-to-point)\n" : "Unknown\n");
     w.file(fc + "/speed", std::string(online ? link_speed(a.max_speed) : "unknown") + "\n");
     w.file(fc + "/supported_speeds", f.ioc_type == 2 ? "10 Gbit\n" : "4 Gbit, 8 Gbit, 16 Gbit\n");
     w.file(fc + "/supported_classes", "Class 3\n");
-    w.file(fc + "/fabric_name", hex64(online ? 0x100000051e000001ULL + static_cast<unsigned>(f.host) : 0));
+    w.file(fc + "/fabric_name", hex64(fabric_wwn(f)));
     w.file(fc + "/symbolic_name", a.manufacturer + " " + a.model + " FW:v" + a.fw_ver + " DVR:v" +
                                       h.driver_ver + "\n");
     w.file(fc + "/tgtid_bind_type", "wwpn (World Wide Port Name)\n");
@@ -158,6 +169,10 @@ void storage_function(Writer& w, const Host& h, const Adapter& a, const Function
 
     if (f.node == "bsg") w.file("/dev/bsg/fc_" + hn, "");
     else if (f.node == "fc_host") w.file("/dev/fc_" + hn, "");
+    for (size_t i = 0; i < f.rports.size(); i++) {
+        const std::string node = rport_node(f, i);
+        if (!node.empty()) w.file(node, "");
+    }
 }
 
 void eth_function(Writer& w, const Adapter& a, const Function& f) {
@@ -193,11 +208,6 @@ std::string padded(const std::string& s, size_t n) {
     std::string r = s.substr(0, n);
     r.resize(n, ' ');
     return r + "\n";
-}
-
-bool nexus_online(const RemotePort& rp) {
-    auto it = rp.ext.find("itnim");
-    return it == rp.ext.end() || !it->is_object() || it->value("state", 5) == 5;
 }
 
 std::string upper_name(const Lun& l) {
@@ -486,6 +496,10 @@ void apply_missing(State& st) {
                 remove_path(root + "/sys/bus/pci/drivers/kvo/" + f.path + "/host" + hn);
                 remove_path(root + "/dev/bsg/fc_host" + hn);
                 remove_path(root + "/dev/fc_host" + hn);
+                for (size_t i = 0; i < r.fn->rports.size(); i++) {
+                    const std::string node = rport_node(*r.fn, i);
+                    if (!node.empty()) remove_path(root + node);
+                }
             }
         }
     }

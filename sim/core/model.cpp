@@ -302,6 +302,14 @@ bool parse_wwn(const std::string& s, uint64_t& out) {
 
 bool parse_mac(const std::string& s, Mac& out) { return parse_hex_bytes(s, out.data(), 6); }
 
+uint32_t fc_port_id(const Function& f) {
+    return f.state == 6 ? 0x010000u | (static_cast<unsigned>(f.host) & 0xFF) << 8 : 0u;
+}
+
+uint64_t fabric_wwn(const Function& f) {
+    return f.state == 6 ? 0x100000051e000001ULL + static_cast<unsigned>(f.host) : 0;
+}
+
 uint32_t pci_function(const std::string& pci) {
     size_t dot = pci.rfind('.');
     if (dot == std::string::npos || dot + 1 >= pci.size()) return 0;

@@ -152,6 +152,11 @@ std::string mac_str(const Mac& m);
 bool parse_wwn(const std::string& s, uint64_t& out);
 bool parse_mac(const std::string& s, Mac& out);
 
+// The FC address of a storage function's port and the name of the fabric it logged into, as
+// the fabric gave them; 0 while the port is not online.
+uint32_t fc_port_id(const Function& f);
+uint64_t fabric_wwn(const Function& f);
+
 // Function number of a PCI address ("0000:03:00.1" -> 1); 0 when it has none.
 uint32_t pci_function(const std::string& pci);
 // True for a lower-case PCI address of the form dddd:bb:dd.f.

@@ -1,5 +1,6 @@
 // The fixed list of emulated paths. Everything under these prefixes lives in the bed's root/,
 // so nothing a test runs can reach a real device or driver file of the machine.
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -137,6 +138,17 @@ NodeRef classify_node(const std::string& vpath) {
     else if (vpath.rfind("/dev/rport-", 0) == 0) n.kind = NodeKind::rport;
     else if (vpath.rfind("/dev/sg", 0) == 0 || scsi_block_or_tape(vpath)) n.kind = NodeKind::scsi;
     else if (vpath.rfind("/dev/bsg/", 0) == 0 && vpath.size() > 9) n.kind = NodeKind::sg;
+    if (n.kind == NodeKind::bsg_rport || n.kind == NodeKind::rport) {
+        // rport-H:C-N
+        unsigned h = 0, c = 0, r = 0;
+        int end = 0;
+        const char* name = vpath.c_str() + vpath.rfind('/') + 1;
+        if (sscanf(name, "rport-%u:%u-%u%n", &h, &c, &r, &end) == 3 && name[end] == '\0' && c == 0 &&
+            h <= 0xFFFFFF && r <= 0xFFFFFF) {
+            n.host = static_cast<int>(h);
+            n.rport = static_cast<int>(r);
+        }
+    }
     return n;
 }
 

@@ -185,6 +185,11 @@ bool assign_scsi_names(Host& h) {
     return changed;
 }
 
+bool nexus_online(const RemotePort& rp) {
+    auto it = rp.ext.find("itnim");
+    return it == rp.ext.end() || !it->is_object() || it->value("state", 5) == 5;
+}
+
 bool lun_visible(const Function& f, const RemotePort& rp, const Lun& l) {
     if (l.lun == 0) return true;
     auto m = f.ext.find("lunmask");

@@ -53,6 +53,10 @@ std::vector<ScsiDev> scsi_devices(Host& h, bool present_only);
 // keeps none. Returns true when a name changed.
 bool assign_scsi_names(Host& h);
 
+// Whether the remote port's I-T nexus is online (its ext.itnim state, online by default); the
+// FC transport shows the port Blocked and its SCSI devices transport-offline otherwise.
+bool nexus_online(const RemotePort& rp);
+
 // The driver's LUN masking: whether the function's host may see the LUN of that remote port
 // (LUN 0 always; with masking enabled only the LUNs in the function's mask table).
 bool lun_visible(const Function& f, const RemotePort& rp, const Lun& l);

@@ -15,6 +15,10 @@
 //   kvosim_probe devioctl PATH REQUEST          an ioctl on a file opened read-only
 //   kvosim_probe fdioctl FD REQUEST             an ioctl on an inherited descriptor
 //   kvosim_probe threads N NODE KVOD            N threads x 20 information requests
+//   kvosim_probe fcpt NODE MSGCODE D_ID PAYLOAD [FIELD=V]  FC pass-through framed as the FC
+//        transport defines it (ELS command code, D_ID and CT preamble from the payload, flat
+//        payloads, a 256-byte response); FIELD overrides one of msgcode code (ELS command)
+//        preamble (CT word 0) dout_len din_len timeout iovec. Prints the reply and the response.
 #include <dirent.h>
 #include <fcntl.h>
 #include <limits.h>
@@ -28,6 +32,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <cinttypes>
@@ -75,6 +80,27 @@ struct Overrides {
         return false;
     }
 };
+
+// FIELD=VALUE words; false (and a message) for anything else.
+bool parse_overrides(int argc, char** argv, Overrides& ov) {
+    for (int i = 0; i < argc; i++) {
+        const char* eq = strchr(argv[i], '=');
+        if (eq == nullptr) {
+            fprintf(stderr, "override %s: FIELD=VALUE expected\n", argv[i]);
+            return false;
+        }
+        ov.kv.emplace_back(std::string(argv[i], static_cast<size_t>(eq - argv[i])), num(eq + 1));
+    }
+    return true;
+}
+
+// Hex digits, two per byte.
+std::vector<uint8_t> hex_bytes(const std::string& hex) {
+    std::vector<uint8_t> bytes;
+    for (size_t i = 0; i + 1 < hex.size(); i += 2)
+        bytes.push_back(static_cast<uint8_t>(strtoul(hex.substr(i, 2).c_str(), nullptr, 16)));
+    return bytes;
+}
 
 // Sends one request through the node's transport; returns the ioctl result.
 int send(const std::string& node, uint32_t code, void* rec, uint32_t len, const Overrides& ov = {},
@@ -200,14 +226,7 @@ int cmd_raw(const std::string& node, uint32_t code, int kvod) {
 
 int cmd_bsg(const std::string& node, uint32_t code, int kvod, int argc, char** argv) {
     Overrides ov;
-    for (int i = 0; i < argc; i++) {
-        const char* eq = strchr(argv[i], '=');
-        if (eq == nullptr) {
-            fprintf(stderr, "override %s: FIELD=VALUE expected\n", argv[i]);
-            return 2;
-        }
-        ov.kv.emplace_back(std::string(argv[i], static_cast<size_t>(eq - argv[i])), num(eq + 1));
-    }
+    if (!parse_overrides(argc, argv, ov)) return 2;
     std::vector<uint8_t> rec(kvo_ioc_size(code) < 8 ? 8 : kvo_ioc_size(code));
     uint16_t k = static_cast<uint16_t>(kvod);
     memcpy(rec.data() + 4, &k, 2);
@@ -362,8 +381,7 @@ int cmd_ethtool(int argc, char** argv) {
             bytes.resize(num(data_arg.c_str() + 1));
             for (size_t i = 0; i < bytes.size(); i++) bytes[i] = static_cast<uint8_t>((i * 37 + 11) & 0xFF);
         } else {
-            for (size_t i = 0; i + 1 < data_arg.size(); i += 2)
-                bytes.push_back(static_cast<uint8_t>(strtoul(data_arg.substr(i, 2).c_str(), nullptr, 16)));
+            bytes = hex_bytes(data_arg);
         }
         uint32_t n = static_cast<uint32_t>(bytes.size());
         uint32_t word = argc == 6 ? static_cast<uint32_t>(num(argv[5])) : n;
@@ -538,6 +556,63 @@ int cmd_threads(int n, const std::string& node, int kvod) {
     return bad.load() == 0 ? 0 : 1;
 }
 
+int cmd_fcpt(const std::string& node, uint32_t msgcode, uint32_t d_id, const char* hex, int argc, char** argv) {
+    Overrides ov;
+    if (!parse_overrides(argc, argv, ov)) return 2;
+    std::vector<uint8_t> payload = hex_bytes(hex);
+    payload.resize(std::max<size_t>(payload.size(), 12));  // room for the preamble words
+    // fc_bsg_request: msgcode, then per kind: rport ELS {els_code}, rport CT {preamble[3]},
+    // host ELS {command_code, port_id[3]}, host CT {reserved, port_id[3], preamble[3]}.
+    uint8_t req[KVO_BSG_REQUEST_LEN]{};
+    const bool host = (msgcode & 0x80000000u) != 0;
+    const bool els = msgcode == 0x40000001u || msgcode == 0x80000003u;
+    uint64_t v;
+    if (ov.has("msgcode", v)) msgcode = static_cast<uint32_t>(v);
+    memcpy(req, &msgcode, 4);
+    if (host) {
+        req[5] = static_cast<uint8_t>(d_id >> 16);
+        req[6] = static_cast<uint8_t>(d_id >> 8);
+        req[7] = static_cast<uint8_t>(d_id);
+    }
+    if (els) req[4] = ov.has("code", v) ? static_cast<uint8_t>(v) : payload[0];
+    else memcpy(req + (host ? 8 : 4), payload.data(), 12);
+    if (!els && ov.has("preamble", v)) memcpy(req + (host ? 8 : 4), &v, 4);
+    struct {
+        uint32_t result, rcv_len, ctels_status;
+        uint8_t action, reason, explanation, vendor;
+    } reply{};
+    std::vector<uint8_t> rsp(256);
+    sg_io_v4 h{};
+    h.guard = 'Q';
+    h.protocol = BSG_PROTOCOL_SCSI;
+    h.subprotocol = BSG_SUB_PROTOCOL_SCSI_TRANSPORT;
+    h.request_len = KVO_BSG_REQUEST_LEN;
+    h.request = reinterpret_cast<uintptr_t>(req);
+    h.response = reinterpret_cast<uintptr_t>(&reply);
+    h.max_response_len = sizeof reply;
+    h.dout_xferp = reinterpret_cast<uintptr_t>(payload.data());
+    h.dout_xfer_len = static_cast<uint32_t>(strlen(hex) / 2);
+    h.din_xferp = reinterpret_cast<uintptr_t>(rsp.data());
+    h.din_xfer_len = static_cast<uint32_t>(rsp.size());
+    h.timeout = 60000;
+    if (ov.has("dout_len", v)) h.dout_xfer_len = static_cast<uint32_t>(v);
+    if (ov.has("din_len", v)) h.din_xfer_len = static_cast<uint32_t>(std::min<uint64_t>(v, rsp.size()));
+    if (ov.has("timeout", v)) h.timeout = static_cast<uint32_t>(v);
+    if (ov.has("iovec", v)) h.dout_iovec_count = static_cast<uint32_t>(v);
+    int fd = open(node.c_str(), O_RDWR | O_NONBLOCK);
+    if (fd < 0) return fail("open");
+    int rc = ioctl(fd, kSgIo, &h);
+    int e = errno;
+    close(fd);
+    errno = e;
+    if (rc != 0) return fail("ioctl");
+    printf("rc=0 result=%d rcv_len=%u ctels=%u reason=0x%02x resid=%d\nrsp=", static_cast<int>(reply.result),
+           reply.rcv_len, reply.ctels_status, reply.reason, h.din_resid);
+    for (uint32_t i = 0; i < reply.rcv_len && i < rsp.size(); i++) printf("%02x", rsp[i]);
+    printf("\n");
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -573,6 +648,9 @@ int main(int argc, char** argv) {
         rc = cmd_lunmask(argv[2], static_cast<int>(num(argv[3])), argv[4], argc - 5, argv + 5);
     else if (cmd == "sgio" && (argc == 4 || argc == 5))
         rc = cmd_sgio(argv[2], argv[3], argc == 5 ? static_cast<long>(num(argv[4])) : 0);
+    else if (cmd == "fcpt" && argc >= 6)
+        rc = cmd_fcpt(argv[2], static_cast<uint32_t>(num(argv[3])), static_cast<uint32_t>(num(argv[4])), argv[5],
+                      argc - 6, argv + 6);
     else if (cmd == "threads" && argc == 5)
         rc = cmd_threads(static_cast<int>(num(argv[2])), argv[3], static_cast<int>(num(argv[4])));
     if (rc == 2) fprintf(stderr, "kvosim_probe: bad arguments\n");
