@@ -389,12 +389,7 @@ int qmx_fcpim_lunlist_hdlr(char** argv, int argc, qmx_id_t* id) {
         if (strcmp(argv[i], "-l") != 0 || i + 1 >= argc) return E_CLI_INCORRECT_CMD;
         if (!qmx_get_port_wwn(argv[++i], &lpwwn)) return E_CLI_BAD_WWN;
     }
-    if (lpwwn == 0) {
-        kvo_ioc_info_t info{};
-        kvo_status_t st = kvol_ioc_get_info(h, &info);
-        if (st != KVO_STATUS_OK) return st;
-        lpwwn = info.pwwn;
-    }
+    if (int rc = own_port_if_unset(h, lpwwn); rc != 0) return rc;
     std::vector<wwn_t> rports(kMaxRports);
     uint32_t total = 0;
     kvo_status_t st = kvol_lport_get_rports(h, 0, lpwwn, rports.data(), kMaxRports, &total);
