@@ -337,6 +337,7 @@ json host_to_json(const Host& h) {
     j["drivers"] = {{"kvo", h.kvo_loaded}, {"tqe", h.tqe_loaded}, {"kvoipfc", h.ipfc_node}};
     j["sysfs_order"] = h.hash_order ? "hash" : "sorted";
     if (h.old_layout) j["sysfs_layout"] = "old";
+    if (h.kernel_scsi) j["scsi"] = "kernel";
     if (h.has_conf) j["kvo_conf"] = h.kvo_conf;
     json ads = json::array();
     for (const Adapter& a : h.adapters) {
@@ -452,6 +453,9 @@ Host host_from_json(const json& j) {
     const std::string layout = str(j, "sysfs_layout", "current", "host", 15);
     if (layout != "current" && layout != "old") fail("host.sysfs_layout", "must be current or old");
     h.old_layout = layout == "old";
+    const std::string scsi = str(j, "scsi", "emulated", "host", 15);
+    if (scsi != "emulated" && scsi != "kernel") fail("host.scsi", "must be emulated or kernel");
+    h.kernel_scsi = scsi == "kernel";
     std::set<std::string> pcis, ethnames, serials;
     std::set<int> hosts;
     bool any_kvo = false, any_tqe = false;
