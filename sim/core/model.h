@@ -137,6 +137,7 @@ struct Host {
     // kernel's: the storage functions' hosts are real SCSI hosts, and the model's target remote
     // ports and LUNs only record what the kernel had when the bed was made.
     bool kernel_scsi = false;
+    bool sleep_on_io_clock = false;  // a process's sleep advances the I/O clock instead of waiting
     std::string kvo_conf;     // initial /etc/kvo.conf (written at creation when has_conf)
     bool has_conf = false;
     std::vector<Adapter> adapters;
