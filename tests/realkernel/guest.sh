@@ -47,29 +47,60 @@ sdebug() {
 
 on_bed() { kvosim run $bed -- "$@"; }
 
+# How many rows of a plain LUN list of target 0 name the disk the kernel has for their LUN.
+same_disks() {
+  grep '^ 0:' | while read -r tl wwn dev; do
+    hex=${tl#0:}
+    kernel=$(ls "/sys/class/scsi_device/0:0:0:$((0x${hex%%-*}))/device/block" 2>/dev/null)
+    [ "$dev" = "/dev/$kernel" ] && echo same
+  done | grep -c same
+}
+
 # What the bed's log holds beyond the requests the emulated drivers served: a refused or
 # unemulated request would show here.
-bad_lines() { kvosim log $bed | grep -E '^(BAD|UNHANDLED)'; }
+bad_lines() { kvosim log $bed | grep -E '^(BAD|UNHANDLED)' || true; }
 
-# ---- two targets of two disks ----------------------------------------------------------------
+# The status of a plain LUN list, its number of rows and of rows naming the kernel's disk.
+list_all() {
+  on_bed qmx fcpim --lunlist 1/0 >/tmp/lunlist
+  echo "status $?"
+  grep -c '^ 0:' /tmp/lunlist
+  same_disks </tmp/lunlist
+}
+
+# The REPORT LUNS commands scsi_debug logged (while its opts has bit 0, noise, set).
+report_luns_seen() { dmesg | sed -n 's/.*scsi_debug: tag=[^,]*, cmd \(a0 .*[^ ]\) *$/\1/p'; }
+
+# ---- two targets of two disks: the LUN list plain and verbose, and the kernel's view --------
 sdebug num_tgts=2 max_luns=2 dev_size_mb=8
 check "bed: the kernel's hosts, targets and LUNs" kvosim show $bed
 check "lsscsi on the bed" on_bed lsscsi -g
-check "sg_luns through the bed" on_bed sg_luns /dev/sg2
-check "qmx adapter --list" on_bed qmx adapter --list
+check "lunlist" on_bed qmx fcpim --lunlist 1/0
+check "lunlist -v" on_bed qmx fcpim --lunlist 1/0 -v
 check "bad lines" bad_lines
 
-# ---- more LUNs than the first REPORT LUNS takes --------------------------------------------------
+# ---- a disk over 2 TiB: READ CAPACITY(10) cannot say its size ---------------------------------
+sdebug virtual_gb=3000 dev_size_mb=8
+check "lunlist -v, 3000 GiB" on_bed qmx fcpim --lunlist 1/0 -v
+
+# ---- more LUNs than the first REPORT LUNS takes (816 bytes: 101 LUNs) -------------------------
 sdebug max_luns=110 dev_size_mb=8
-check "LUNs the kernel has" sh -c 'ls /sys/class/scsi_device | wc -l'
+check "LUNs the kernel has" sh -c 'ls -1 /sys/class/scsi_device | wc -l'
+dmesg -c >/dev/null
+echo 1 >/sys/bus/pseudo/drivers/scsi_debug/opts
+check "lunlist, 110 LUNs: status, rows, rows naming the kernel's disk" list_all
+echo 0 >/sys/bus/pseudo/drivers/scsi_debug/opts
+check "REPORT LUNS as scsi_debug got them" report_luns_seen
 
 # ---- flat-space LUNs ---------------------------------------------------------------------------
 sdebug max_luns=3 lun_format=1 dev_size_mb=8
-check "flat-space LUNs" on_bed lsscsi
+check "flat-space LUNs: the kernel's view" on_bed lsscsi
+check "flat-space LUNs: lunlist -v" on_bed qmx fcpim --lunlist 1/0 -v
 
 # ---- a tape --------------------------------------------------------------------------------------
 sdebug ptype=1 dev_size_mb=8
-check "tape" on_bed lsscsi -g
+check "tape: the kernel's view" on_bed lsscsi -g
+check "tape: lunlist -v" on_bed qmx fcpim --lunlist 1/0 -v
 
 # ---- a second host that is not the bed's ------------------------------------------------------
 sdebug add_host=2 dev_size_mb=8
