@@ -13,6 +13,7 @@
 #include <atomic>
 #include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 
@@ -114,6 +115,10 @@ bool adopt_kernel_scsi(Host& h, const std::string& sys, std::string& why) {
             why = e + ": channel " + std::to_string(a.channel) + ", but the storage driver's hosts have bus 0 only";
             return false;
         }
+        if (a.target > 0xFFFF) {
+            why = e + ": target id beyond 65535";
+            return false;
+        }
         Lun l;
         if (a.lun < 256) l.lun = a.lun;
         else if ((a.lun & ~0x3FFFull) == 0x4000) l.lun = a.lun & 0x3FFF;  // flat space
@@ -148,6 +153,13 @@ bool adopt_kernel_scsi(Host& h, const std::string& sys, std::string& why) {
     }
     for (auto& [key, rp] : targets) {
         std::sort(rp.luns.begin(), rp.luns.end(), [](const Lun& a, const Lun& b) { return a.lun < b.lun; });
+        auto twice = std::adjacent_find(rp.luns.begin(), rp.luns.end(),
+                                        [](const Lun& a, const Lun& b) { return a.lun == b.lun; });
+        if (twice != rp.luns.end()) {
+            why = std::to_string(key.first) + ":0:" + std::to_string(key.second) + ": LUN " +
+                  std::to_string(twice->lun) + " both peripheral and flat-space addressed";
+            return false;
+        }
         by_host[key.first]->rports.push_back(std::move(rp));
     }
     h.kernel_scsi = true;
