@@ -49,8 +49,8 @@ if [ ! -f "$kdir/kver" ]; then
   tmp=$(mktemp -d "$work/fetch.XXXXXX")
   trap 'rm -rf "$tmp"' EXIT
   (cd "$tmp" && apt-get download -qq "$pkg" >"$tmp/log" 2>&1) || skip "apt-get download $pkg failed: $(tail -1 "$tmp/log")"
-  dpkg -x "$tmp"/*.deb "$tmp/x"
-  kver=$(ls "$tmp/x/lib/modules")
+  dpkg -x "$tmp"/*.deb "$tmp/x" && kver=$(ls "$tmp/x/lib/modules") && [ -f "$tmp/x/boot/vmlinuz-$kver" ] ||
+    skip "$pkg: no kernel and modules in the package"
   depmod -b "$tmp/x" "$kver"
   rm -rf "$kdir" && mkdir -p "$kdir/lib/modules/$kver"
   # The SCSI modules and what they need (crc64_rocksoft_generic is asked for by name at run time).
@@ -91,7 +91,7 @@ mount -t devtmpfs devtmpfs /dev
 mount -t tmpfs tmpfs /tmp
 dmesg -n 1
 echo "@@@ guest up"
-modprobe sd_mod && modprobe sg && modprobe st && sh /rk/guest.sh
+if modprobe sd_mod && modprobe sg && modprobe st; then sh /rk/guest.sh; else echo "@@@ the SCSI modules did not load"; fi
 echo "@@@ guest done"
 poweroff -f
 EOF
@@ -110,7 +110,7 @@ now=$(date +%s)
 [ -f "$log" ] || skip "qemu did not start (status $qemu_rc): $(tail -1 "$work/qemu.out")"
 tr -d '\r' <"$log" >"$log.txt"
 if ! grep -q '^@@@ guest up$' "$log.txt"; then
-  tail -20 "$log.txt"
+  tail -20 "$log.txt" "$work/qemu.out"
   skip "the guest did not boot (qemu status $qemu_rc; serial log in $log)"
 fi
 echo "kernel $kver: boot and checks $((now - boot)) s, whole tier $((now - started)) s"
