@@ -1,5 +1,5 @@
 // kvosim: creates, runs, shows and breaks emulated hosts (test beds).
-//   kvosim create DIR (--preset NAME | --host FILE) [--sysfs-order sorted|hash]
+//   kvosim create DIR (--preset NAME | --host FILE) [--sysfs-order sorted|hash] [--scsi emulated|kernel]
 //   kvosim run DIR -- CMD [ARG...]
 //   kvosim show DIR
 //   kvosim log DIR [--clear]
@@ -32,6 +32,7 @@ namespace {
 
 const char usage_text[] =
     "usage: kvosim create DIR (--preset empty|fc|demo|large | --host FILE) [--sysfs-order sorted|hash]\n"
+    "                     [--scsi emulated|kernel]\n"
     "       kvosim run DIR -- CMD [ARG...]\n"
     "       kvosim show DIR\n"
     "       kvosim log DIR [--clear]\n"
@@ -72,16 +73,20 @@ std::string bed_arg(const char* a) {
 bool is_bed(const std::string& dir) { return access(state_path(dir).c_str(), F_OK) == 0; }
 
 int cmd_create(int argc, char** argv) {
-    if (argc != 5 && argc != 7) return usage();
+    if (argc < 5 || argc % 2 == 0) return usage();
     const std::string dir = bed_arg(argv[2]);
     const std::string opt = argv[3];
     const char* order = nullptr;
-    if (argc == 7) {
-        if (strcmp(argv[5], "--sysfs-order") != 0) return usage();
-        order = argv[6];
-        if (strcmp(order, "sorted") != 0 && strcmp(order, "hash") != 0)
-            return die(std::string("--sysfs-order: \"") + order + "\" is neither sorted nor hash");
+    const char* scsi = nullptr;
+    for (int i = 5; i + 1 < argc; i += 2) {
+        if (strcmp(argv[i], "--sysfs-order") == 0) order = argv[i + 1];
+        else if (strcmp(argv[i], "--scsi") == 0) scsi = argv[i + 1];
+        else return usage();
     }
+    if (order != nullptr && strcmp(order, "sorted") != 0 && strcmp(order, "hash") != 0)
+        return die(std::string("--sysfs-order: \"") + order + "\" is neither sorted nor hash");
+    if (scsi != nullptr && strcmp(scsi, "emulated") != 0 && strcmp(scsi, "kernel") != 0)
+        return die(std::string("--scsi: \"") + scsi + "\" is neither emulated nor kernel");
     Host host;
     json raw;
     const json* rawp = nullptr;
@@ -101,6 +106,7 @@ int cmd_create(int argc, char** argv) {
         return usage();
     }
     if (order != nullptr) host.hash_order = strcmp(order, "hash") == 0;
+    if (scsi != nullptr) host.kernel_scsi = strcmp(scsi, "kernel") == 0;
     std::string why;
     if (!create_bed(dir, host, rawp, why)) return die(why);
     printf("%s\n", dir.c_str());
@@ -251,7 +257,8 @@ std::string parse_rule(State& st, const std::vector<std::string>& w, Fault& f) {
             if (r.fn == nullptr || r.fn->driver != Driver::kvo) return "nohost: " + f.path + " is not a kvo function";
         } else {
             std::string v;
-            if (!normalise_path(f.path.c_str(), v) || !emulated_path(v)) return f.kind + ": " + f.path + " is not an emulated path";
+            if (!normalise_path(f.path.c_str(), v) || !emulated_path(v) || (st.host.kernel_scsi && kernel_scsi_path(v)))
+                return f.kind + ": " + f.path + " is not an emulated path";
             while (v.size() > 1 && v.back() == '/') v.pop_back();
             f.path = v;
         }

@@ -9,6 +9,7 @@
 
 #include "emu.h"
 #include "flash.h"
+#include "kernel_scsi.h"
 #include "scsi.h"
 
 namespace kvosim {
@@ -37,6 +38,7 @@ bool create_bed(const std::string& dir, Host host, const json* raw, std::string&
         why = dir + ": a bed cannot live under an emulated path";
         return false;
     }
+    if (host.kernel_scsi && !adopt_kernel_scsi(host, "/sys", why)) return false;
     if (!empty_or_missing(dir)) {
         why = dir + ": exists and is not empty";
         return false;

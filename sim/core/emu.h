@@ -70,6 +70,17 @@ bool own_char_device(dev_t rdev);
 // Refuses an ioctl on a device of the machine: -1, errno ENODEV, and a BAD line naming it.
 int refuse_device_ioctl(int fd, unsigned long request);
 
+// A bed whose SCSI side is the real kernel's (asked once per process: it is fixed when the bed
+// is made) passes these paths through: the SCSI classes and hosts, /sys/bus/scsi, /sys/block and
+// the sg, sd, sr, st and nst nodes.
+bool kernel_scsi_bed();
+bool kernel_scsi_path(const std::string& vpath);
+// On such a bed, true for a real device node (by its type and number) of a SCSI device of one
+// of the bed's hosts: its SCSI generic requests go to the kernel.
+bool bed_scsi_node(mode_t type, dev_t rdev);
+// The SCSI generic requests: SG_* (0x22xx) and SCSI_IOCTL_* (0x5380-0x538F).
+bool scsi_generic_request(unsigned long request);
+
 // errno with which an open of this emulated path fails by a fault rule, or 0. When
 // hash_listing is given, it is set to whether the directory lists in sysfs hash order.
 int open_fault(const std::string& vpath, bool* hash_listing = nullptr);

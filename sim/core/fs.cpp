@@ -154,6 +154,14 @@ void storage_function(Writer& w, const Host& h, const Adapter& a, const Function
     w.file(fc + "/vport_create", "");
     w.file(fc + "/vport_delete", "");
 
+    if (f.node == "bsg") w.file("/dev/bsg/fc_" + hn, "");
+    else if (f.node == "fc_host") w.file("/dev/fc_" + hn, "");
+    for (size_t i = 0; i < f.rports.size(); i++) {
+        const std::string node = rport_node(f, i);
+        if (!node.empty()) w.file(node, "");
+    }
+
+    if (h.kernel_scsi) return;  // the SCSI host is the kernel's
     const std::string sh = "/sys/class/scsi_host/" + hn;
     w.dir(sh);
     w.file(sh + "/proc_name", "kvo\n");
@@ -166,13 +174,6 @@ void storage_function(Writer& w, const Host& h, const Adapter& a, const Function
     w.file(sh + "/sg_tablesize", "256\n");
     w.file(sh + "/active_mode", "Initiator\n");
     w.file(sh + "/supported_mode", "Initiator\n");
-
-    if (f.node == "bsg") w.file("/dev/bsg/fc_" + hn, "");
-    else if (f.node == "fc_host") w.file("/dev/fc_" + hn, "");
-    for (size_t i = 0; i < f.rports.size(); i++) {
-        const std::string node = rport_node(f, i);
-        if (!node.empty()) w.file(node, "");
-    }
 }
 
 void eth_function(Writer& w, const Adapter& a, const Function& f) {
@@ -370,11 +371,13 @@ void prune(const std::string& real_dir, const std::set<std::string>& keep, bool 
 
 bool scsi_materialise(State& st, const std::set<std::string>* only, std::string& why) {
     Writer w(st.root());
-    for (const char* d : {"/sys/bus/scsi/devices", "/sys/class/scsi_generic", "/sys/class/scsi_disk",
-                          "/sys/class/scsi_tape", "/sys/block", "/sys/class/fc_remote_ports",
-                          "/sys/class/fc_transport", "/sys/class/scsi_device"})
-        w.dir(d);
     Host& h = st.host;
+    w.dir("/sys/class/fc_remote_ports");
+    w.dir("/sys/class/fc_transport");
+    if (!h.kernel_scsi)
+        for (const char* d : {"/sys/bus/scsi/devices", "/sys/class/scsi_generic", "/sys/class/scsi_disk",
+                              "/sys/class/scsi_tape", "/sys/block", "/sys/class/scsi_device"})
+            w.dir(d);
     std::vector<ScsiDev> devs = scsi_devices(h, true);
     // What the host has now: everything else of the SCSI classes and nodes goes.
     std::set<std::string> hctl, sg, disk, tape, block, nodes, rports, targets;
@@ -441,8 +444,10 @@ bool materialise(State& st, bool create, std::string& why) {
     Writer w(root);
     w.dir("/sys/bus/pci/drivers");
     w.dir("/sys/class/fc_host");
-    w.dir("/sys/class/scsi_host");
-    w.dir("/sys/class/scsi_device");
+    if (!st.host.kernel_scsi) {
+        w.dir("/sys/class/scsi_host");
+        w.dir("/sys/class/scsi_device");
+    }
     w.dir("/sys/kernel/debug");
     w.dir("/dev/bsg");
     w.dir("/etc");

@@ -133,6 +133,10 @@ struct Host {
     bool ipfc_node = true;    // /dev/kvoipfc
     bool hash_order = false;  // sysfs directories list in the kernel's hash order, not sorted
     bool old_layout = false;  // SCSI devices link their children as block:sdb, scsi_generic:sg3
+    // The SCSI side (scsi_device entries, their classes, the sg, sd and st nodes) is the real
+    // kernel's: the storage functions' hosts are real SCSI hosts, and the model's target remote
+    // ports and LUNs only record what the kernel had when the bed was made.
+    bool kernel_scsi = false;
     bool sleep_on_io_clock = false;  // a process's sleep advances the I/O clock instead of waiting
     std::string kvo_conf;     // initial /etc/kvo.conf (written at creation when has_conf)
     bool has_conf = false;

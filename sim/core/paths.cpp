@@ -89,6 +89,19 @@ bool emulated_path(const std::string& vpath) {
     return scsi_block_or_tape(vpath);
 }
 
+bool kernel_scsi_path(const std::string& vpath) {
+    static const char* const kernel_dirs[] = {"/sys/class/scsi_device", "/sys/class/scsi_host", "/sys/class/scsi_generic",
+                                              "/sys/class/scsi_disk",   "/sys/class/scsi_tape", "/sys/bus/scsi",
+                                              "/sys/block"};
+    for (const char* d : kernel_dirs)
+        if (under(vpath, d)) return true;
+    return vpath.compare(0, 7, "/dev/sg") == 0 || scsi_block_or_tape(vpath);
+}
+
+bool scsi_generic_request(unsigned long request) {
+    return (request & ~0xFFul) == 0x2200 || (request >= 0x5380 && request <= 0x538F);
+}
+
 bool sysfs_path(const std::string& vpath) {
     return under(vpath, "/sys") && !under(vpath, "/sys/kernel/debug");
 }

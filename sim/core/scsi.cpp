@@ -115,6 +115,7 @@ bool host_registered(const Host& h, const Function& f) {
 
 std::vector<ScsiDev> scsi_devices(Host& h, bool present_only) {
     std::vector<ScsiDev> out;
+    if (h.kernel_scsi) return out;  // the kernel's own, not emulated
     for (Adapter& a : h.adapters)
         for (Port& p : a.ports)
             for (Function& f : p.functions) {

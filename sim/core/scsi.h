@@ -45,7 +45,7 @@ struct ScsiDev {
 // Whether the function's host registered (a nohost fault says it did not).
 bool host_registered(const Host& h, const Function& f);
 // Every LUN of every target remote port of a registered storage host, in H:C:T:L order;
-// `present_only` keeps those with a scsi_device.
+// `present_only` keeps those with a scsi_device. None when the kernel has the SCSI side.
 std::vector<ScsiDev> scsi_devices(Host& h, bool present_only);
 
 // Names for the present LUNs that have none, in H:C:T:L order, each the lowest free number

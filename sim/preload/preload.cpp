@@ -63,11 +63,17 @@ struct Route {
     std::string real;   // its file in the bed
 };
 
+// An emulated path that this bed keeps in root/ (a bed in kernel mode leaves the SCSI side to
+// the real kernel).
+bool redirected(const std::string& v) {
+    return kvosim::emulated_path(v) && !(kvosim::kernel_scsi_path(v) && kvosim::kernel_scsi_bed());
+}
+
 Route route(const char* path) {
     Route r;
     if (path == nullptr || path[0] != '/') return r;
     std::string v;
-    if (!kvosim::normalise_path(path, v) || !kvosim::emulated_path(v)) return r;
+    if (!kvosim::normalise_path(path, v) || !redirected(v)) return r;
     r.vpath = v;
     r.real = kvosim::bed_file(v);
     r.how = r.real.empty() ? How::noent : How::mapped;
@@ -254,7 +260,7 @@ void load_dev_listing(DIR* d) {
     int saved = errno;
     while (struct dirent64* e = real_readdir64(d)) {
         std::string v = std::string("/dev/") + e->d_name;
-        if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0 && kvosim::emulated_path(v)) continue;
+        if (strcmp(e->d_name, ".") != 0 && strcmp(e->d_name, "..") != 0 && redirected(v)) continue;
         l.ents.push_back(*e);
     }
     kvosim::ensure_scsi_fs();
@@ -264,7 +270,7 @@ void load_dev_listing(DIR* d) {
     if (DIR* b = real_opendir ? real_opendir(bed_dev.c_str()) : nullptr) {
         while (struct dirent64* e = real_readdir64(b)) {
             std::string v = std::string("/dev/") + e->d_name;
-            if (!kvosim::emulated_path(v)) continue;
+            if (!redirected(v)) continue;
             struct dirent64 n = *e;
             mode_t type;
             dev_t rdev;
@@ -968,13 +974,16 @@ int ioctl(int fd, unsigned long request, ...) {
         if (n.kind != NodeKind::none) return kvosim::node_ioctl(n, request, arg);
     }
     // Nothing reaches a device or network interface of the machine while a bed is active;
-    // regular files, pipes, a socket's own requests and terminals are the process's business.
+    // regular files, pipes, a socket's own requests and terminals are the process's business,
+    // and so are the SCSI generic requests to the real SCSI devices of a bed in kernel mode.
     if (!kvosim::env_bed().empty()) {
         struct stat sb;
         if (fstat(fd, &sb) == 0) {
             if (S_ISSOCK(sb.st_mode) && kvosim::netdev_request(request)) return kvosim::net_ioctl(request, arg);
-            if (S_ISBLK(sb.st_mode) || (S_ISCHR(sb.st_mode) && !kvosim::own_char_device(sb.st_rdev)))
-                return kvosim::refuse_device_ioctl(fd, request);
+            if (S_ISBLK(sb.st_mode) || (S_ISCHR(sb.st_mode) && !kvosim::own_char_device(sb.st_rdev))) {
+                if (!kvosim::scsi_generic_request(request) || !kvosim::bed_scsi_node(sb.st_mode, sb.st_rdev))
+                    return kvosim::refuse_device_ioctl(fd, request);
+            }
         }
     }
     return real ? real(fd, request, arg) : -1;
