@@ -1,7 +1,7 @@
 // The fault matrix: every built command is run once on an emulated host to learn from the
 // request log which driver requests it sends; then, for each of those requests, again with the
 // request failing in every way a driver can fail it: each errno the channel maps to a status
-// of its own, a driver status, a garbage reply and a short one. Every run must end in the
+// of its own, two driver statuses, a garbage reply and a short one. Every run must end in the
 // message and exit status the failure calls for, never in a signal, a sanitizer report or a
 // malformed request, and a refused change must leave /etc/kvo.conf as it was.
 //

@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <cmath>
 #include <cstdio>
 #include <latch>
 #include <string>
@@ -131,29 +130,29 @@ TEST(ConfigFile, SixteenProcessesChangingSettingsAtOnceLoseNothing) {
     ASSERT_GE(lock, 0);
     ASSERT_EQ(flock(lock, LOCK_EX), 0);
 
-    using clock = std::chrono::steady_clock;
+    using steady = std::chrono::steady_clock;
     std::vector<Result> results(commands.size());
     std::vector<double> seconds(commands.size());
     std::atomic<int> finished{0};
     std::latch go(static_cast<std::ptrdiff_t>(commands.size()));
     std::vector<std::thread> threads;
-    const clock::time_point start = clock::now();
+    const steady::time_point start = steady::now();
     for (size_t i = 0; i < commands.size(); ++i)
         threads.emplace_back([&, i] {
             go.arrive_and_wait();
-            const clock::time_point own = clock::now();
+            const steady::time_point own = steady::now();
             results[i] = bed.qmx(commands[i]);
-            seconds[i] = std::chrono::duration<double>(clock::now() - own).count();
+            seconds[i] = std::chrono::duration<double>(steady::now() - own).count();
             ++finished;
         });
     std::this_thread::sleep_for(std::chrono::milliseconds(1500));
     EXPECT_EQ(finished, 0) << "a process did not wait for the lock";
     EXPECT_EQ(bed.conf(), before) << "the file was written under another process's lock";
-    const clock::time_point released = clock::now();
+    const steady::time_point released = steady::now();
     flock(lock, LOCK_UN);
     close(lock);
     for (std::thread& t : threads) t.join();
-    const auto since = [&](clock::time_point t) { return std::chrono::duration<double>(clock::now() - t).count(); };
+    const auto since = [&](steady::time_point t) { return std::chrono::duration<double>(steady::now() - t).count(); };
 
     // A process's whole seconds are the busy attempts it slept through (the rest takes
     // milliseconds); the held lock accounts for about two of each.
