@@ -36,7 +36,8 @@ const char usage_text[] =
     "       kvosim run DIR -- CMD [ARG...]\n"
     "       kvosim show DIR\n"
     "       kvosim log DIR [--clear]\n"
-    "       kvosim fault DIR request CODE (errno E | status S) [instance I] [times N]\n"
+    "       kvosim fault DIR request CODE (errno E | status S | reply garbage|short) [instance I] [skip N]\n"
+    "                                     [times N]\n"
     "       kvosim fault DIR open NODE [errno E] [times N]\n"
     "       kvosim fault DIR missing PATH\n"
     "       kvosim fault DIR nohost PCI-ADDRESS\n"
@@ -151,8 +152,10 @@ std::string fault_text(const Fault& f) {
         snprintf(hex, sizeof hex, "0x%08X", f.code);
         s += " " + std::string(n ? n : hex);
         if (f.has_status) s += " status " + std::to_string(f.status);
+        else if (!f.reply.empty()) s += " reply " + f.reply;
         else s += std::string(" errno ") + (errno_name(f.err) ? errno_name(f.err) : std::to_string(f.err).c_str());
         if (f.instance >= 0) s += " instance " + std::to_string(f.instance);
+        if (f.skip > 0) s += " skip " + std::to_string(f.skip);
     } else {
         s += " " + f.path;
         if (f.kind == "open")
@@ -236,7 +239,7 @@ std::string parse_rule(State& st, const std::vector<std::string>& w, Fault& f) {
     if (f.kind == "request") {
         if (w.size() < 2 || !parse_code(w[1], f.code) || code_name(f.code) == nullptr)
             return "request: unknown code" + (w.size() < 2 ? std::string() : " " + w[1]);
-        if (w.size() < 4) return "request: errno E or status S required";
+        if (w.size() < 4) return "request: errno E, status S or reply garbage|short required";
         if (w[2] == "errno") {
             if (!parse_errno(w[3], f.err)) return "request: bad errno " + w[3];
         } else if (w[2] == "status") {
@@ -244,8 +247,11 @@ std::string parse_rule(State& st, const std::vector<std::string>& w, Fault& f) {
             if (!parse_int(w[3].c_str(), 0, UINT32_MAX, v)) return "request: bad status " + w[3];
             f.has_status = true;
             f.status = static_cast<uint32_t>(v);
+        } else if (w[2] == "reply") {
+            if (w[3] != "garbage" && w[3] != "short") return "request: bad reply " + w[3];
+            f.reply = w[3];
         } else {
-            return "request: errno E or status S required";
+            return "request: errno E, status S or reply garbage|short required";
         }
         i = 4;
     } else if (f.kind == "open" || f.kind == "missing" || f.kind == "nohost") {
@@ -280,6 +286,9 @@ std::string parse_rule(State& st, const std::vector<std::string>& w, Fault& f) {
         } else if (w[i] == "instance" && f.kind == "request" && i + 1 < w.size() &&
                    parse_int(w[i + 1].c_str(), 0, 65535, v)) {
             f.instance = static_cast<int>(v);
+        } else if (w[i] == "skip" && f.kind == "request" && i + 1 < w.size() &&
+                   parse_int(w[i + 1].c_str(), 0, INT32_MAX, v)) {
+            f.skip = static_cast<int>(v);
         } else {
             return "unexpected \"" + w[i] + "\"";
         }

@@ -155,6 +155,7 @@ struct Decoded {
     int kvod = -1;
     int inst = -1;        // bsg: the node's instance, when kvod_num names another
     FnRef target{nullptr, nullptr, nullptr};
+    size_t reply_len = 0; // bytes of the record the driver sent back (a short reply: fewer)
 };
 
 std::string head(Transport t, const std::string& node) {
@@ -190,6 +191,11 @@ const Fault* take_fault(State& st, uint32_t code, int kvod, Fault& copy) {
         Fault& f = st.host.faults[i];
         if (f.kind != "request" || f.code != code) continue;
         if (f.instance >= 0 && f.instance != kvod) continue;
+        if (f.skip > 0) {
+            --f.skip;
+            st.dirty = true;
+            return nullptr;
+        }
         copy = f;
         if (f.times > 0) {
             if (--f.times == 0) st.host.faults.erase(st.host.faults.begin() + static_cast<long>(i));
@@ -198,6 +204,25 @@ const Fault* take_fault(State& st, uint32_t code, int kvod, Fault& copy) {
         return &copy;
     }
     return nullptr;
+}
+
+// A driver that answers without doing the work: a status word of 0, then either every byte
+// after kvod_num set (counts and lengths at their maximum, text without a terminator) or
+// nothing more sent back at all. The bsg transport reports the short reply as a residual; on a
+// control node it cannot be told from a record left as it was sent.
+int broken_reply(State& st, const std::string& line, Decoded& d, bool short_reply) {
+    const size_t head = 6;  // the status word and kvod_num
+    memset(d.rec.data(), 0, 4);
+    if (short_reply) d.reply_len = 4;
+    else memset(d.rec.data() + head, 0xFF, d.rec.size() - head);
+    if (!write_user(d.rec_addr, d.rec.data(), d.reply_len)) {
+        append_log(st.dir, line + "errno=EFAULT (record not writable)");
+        errno = EFAULT;
+        return -1;
+    }
+    append_log(st.dir, line + (short_reply ? fmt("status=0 (fault: short reply, %zu of %zu bytes)", d.reply_len, d.rec.size())
+                                           : std::string("status=0 (fault: garbage reply)")));
+    return 0;
 }
 
 // Runs the handler (or the fault) on a decoded, validated request; writes the record back.
@@ -209,8 +234,10 @@ int answer(State& st, Transport t, const std::string& node, Decoded& d) {
     if (d.inst >= 0) line += fmt(" inst=%d", d.inst);
     line += " -> ";
 
+    d.reply_len = d.rec.size();
     Fault fc;
     if (const Fault* f = take_fault(st, d.code, d.kvod, fc)) {
+        if (!f->reply.empty()) return broken_reply(st, line, d, f->reply == "short");
         if (!f->has_status) {
             append_log(st.dir, line + "errno=" + errno_text(f->err) + " (fault)");
             errno = f->err;
@@ -377,10 +404,10 @@ int bsg_ioctl(State& st, const NodeRef& node, unsigned long request, void* arg) 
     hdr.driver_status = 0;
     hdr.transport_status = 0;
     hdr.device_status = 0;
-    hdr.din_resid = 0;
+    hdr.din_resid = static_cast<int32_t>(d.rec.size() - d.reply_len);
     hdr.dout_resid = 0;
     hdr.response_len = 0;
-    kvo_bsg_reply_s reply{0, static_cast<uint32_t>(d.rec.size())};
+    kvo_bsg_reply_s reply{0, static_cast<uint32_t>(d.reply_len)};
     if (hdr.response != 0 && hdr.max_response_len >= sizeof reply && write_user(hdr.response, &reply, sizeof reply))
         hdr.response_len = sizeof reply;
     if (!write_user(hdr_addr, &hdr, sizeof hdr)) {

@@ -438,8 +438,10 @@ json host_to_json(const Host& h) {
             snprintf(code, sizeof code, "0x%08X", f.code);
             jf["code"] = code;
             if (f.has_status) jf["status"] = f.status;
+            else if (!f.reply.empty()) jf["reply"] = f.reply;
             else jf["errno"] = f.err;
             if (f.instance >= 0) jf["instance"] = f.instance;
+            if (f.skip > 0) jf["skip"] = f.skip;
         } else {
             jf["path"] = f.path;
             if (f.kind == "open") jf["errno"] = f.err;
@@ -648,10 +650,14 @@ Host host_from_json(const json& j) {
             if (fs[i].contains("status")) {
                 f.has_status = true;
                 f.status = static_cast<uint32_t>(num(fs[i], "status", 0, w, UINT32_MAX));
+            } else if (fs[i].contains("reply")) {
+                f.reply = str(fs[i], "reply", "", w, 15);
+                if (f.reply != "garbage" && f.reply != "short") fail(w + ".reply", "must be garbage or short");
             } else {
                 f.err = static_cast<int>(num(fs[i], "errno", 5, w, 4095));
             }
             f.instance = static_cast<int>(snum(fs[i], "instance", -1, w));
+            f.skip = static_cast<int>(num(fs[i], "skip", 0, w, INT32_MAX));
         } else if (f.kind == "open" || f.kind == "missing" || f.kind == "nohost") {
             f.path = str(fs[i], "path", "", w, 4095);
             if (f.path.empty()) fail(w + ".path", "required");

@@ -118,10 +118,12 @@ struct Adapter {
 struct Fault {
     std::string kind;
     uint32_t code = 0;        // request: the request code
-    int err = 0;              // request/open: errno to fail with (0: use status)
+    int err = 0;              // request/open: errno to fail with (0: use status or reply)
     bool has_status = false;
     uint32_t status = 0;      // request: driver status written to the record
+    std::string reply;        // request: "garbage" or "short" (a broken driver's answer)
     int instance = -1;        // request: only this kvod_num (-1: any)
+    int skip = 0;             // request: matching requests let through before the rule fires
     int times = -1;           // remaining firings (-1: until cleared)
     std::string path;         // open: node path; missing: emulated path; nohost: PCI address
 };

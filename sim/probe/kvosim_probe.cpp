@@ -139,7 +139,9 @@ int send(const std::string& node, uint32_t code, void* rec, uint32_t len, const 
         if (ov.has("timeout", v)) h.timeout = static_cast<uint32_t>(v);
         if (ov.has("split", v)) h.din_xferp = reinterpret_cast<uintptr_t>(other.data());
         rc = ioctl(fd, kSgIo, &h);
-        if (rc == 0 && verbose) printf("response_len=%u\nreply_len=%u\n", h.response_len, reply.reply_payload_rcv_len);
+        if (rc == 0 && verbose)
+            printf("response_len=%u\nreply_len=%u\ndin_resid=%d\n", h.response_len, reply.reply_payload_rcv_len,
+                   h.din_resid);
     } else if (node == "/dev/tqe") {
         rc = ioctl(fd, (code & ~0xFF00u) | 0x4400u, rec);
     } else {

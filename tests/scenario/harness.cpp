@@ -115,7 +115,8 @@ Result run_process(const std::vector<std::string>& argv, const std::string& inpu
     } else if (WIFEXITED(st)) {
         r.status = WEXITSTATUS(st);
     } else if (WIFSIGNALED(st)) {
-        r.status = 128 + WTERMSIG(st);
+        r.signal = WTERMSIG(st);
+        r.status = 128 + r.signal;
     }
     return r;
 }

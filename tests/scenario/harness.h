@@ -19,6 +19,7 @@ namespace scen {
 
 struct Result {
     int status = -1;  // exit status; 128 + signal when killed by one; -1 when it never ran
+    int signal = 0;   // the signal that killed it (0: it exited), told apart from exit 128 + n
     std::string out;  // standard output
     std::string err;  // standard error
 };

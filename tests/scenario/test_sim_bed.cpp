@@ -116,6 +116,34 @@ TEST(SimBed, RequestFaultsFireTheirCountAcrossProcessesThenClear) {
     EXPECT_TRUE(bed.log_clean());
 }
 
+TEST(SimBed, BrokenRepliesComeAfterTheSkippedRequests) {
+    Bed bed = Bed::preset("fc");
+    bed.fault({"request", "IOC_GET_INFO", "reply", "short", "skip", "1", "times", "1"});
+    bed.fault({"request", "IOC_GET_ATTR", "reply", "garbage", "instance", "1"});
+    Result whole = bed.probe({"info", "/dev/bsg/fc_host5", "0"});
+    EXPECT_EQ(value(whole, "serial"), "TVF2319K01A");
+    EXPECT_EQ(value(whole, "din_resid"), "0");
+    // Only the status word comes back; the bsg reply says so, the record keeps what was sent.
+    Result cut = bed.probe({"info", "/dev/bsg/fc_host5", "0"});
+    EXPECT_EQ(value(cut, "rc"), "0 status=0 kvod=0");
+    EXPECT_EQ(value(cut, "reply_len"), "4");
+    EXPECT_EQ(value(cut, "din_resid"), "524");
+    EXPECT_EQ(value(cut, "serial"), "");
+    EXPECT_EQ(value(bed.probe({"info", "/dev/bsg/fc_host5", "0"}), "serial"), "TVF2319K01A");
+    // Every byte after kvod_num set: the counts at their maximum, text without an end.
+    Result junk = bed.probe({"attr", "/dev/kvo", "1"});
+    EXPECT_EQ(value(junk, "rc"), "0 status=0 kvod=1");
+    EXPECT_EQ(value(junk, "nports"), "255");
+    EXPECT_EQ(value(junk, "device_id"), "0xffff");
+    EXPECT_EQ(value(bed.probe({"attr", "/dev/kvo", "0"}), "device_id"), "0x0022");
+    EXPECT_EQ(bed.kvosim("fault", {"list"}).out, "request IOC_GET_ATTR reply garbage instance 1\n");
+    const std::vector<std::string> log = bed.log();
+    ASSERT_EQ(log.size(), 5u);
+    EXPECT_EQ(log[1], "bsg /dev/bsg/fc_host5 IOC_GET_INFO vcmd=4 kvod=0 -> status=0 (fault: short reply, 4 of 528 bytes)");
+    EXPECT_EQ(log[3], "ioctl /dev/kvo IOC_GET_ATTR kvod=1 -> status=0 (fault: garbage reply)");
+    EXPECT_TRUE(bed.log_clean());
+}
+
 TEST(SimBed, FaultCountsHoldUnderParallelProcesses) {
     Bed bed = Bed::preset("demo");
     bed.fault({"request", hex(KVO_IOCMD_IOC_GET_INFO), "errno", "ENODEV", "times", "30"});
@@ -163,6 +191,8 @@ TEST(SimBed, FaultRulesAreCheckedWhenGiven) {
         {"request", "IOC_GET_INFO", "status", "-1"},
         {"request", "IOC_GET_INFO", "errno", "EIO", "times", "0"},
         {"request", "IOC_GET_INFO", "errno", "EIO", "instance"},
+        {"request", "IOC_GET_INFO", "reply", "late"},
+        {"request", "IOC_GET_INFO", "reply", "short", "skip", "-1"},
         {"open", "/home/user/file"},
         {"missing", "/sys/devices"},
         {"nohost", "0000:09:00.0"},

@@ -25,15 +25,18 @@ std::vector<kvol_t*> adapter_iocs(kvol_adapter_t* ad) {
 
 }  // namespace
 
-// Re-reads the identity of the adapter (serial number, name) from one of its IOCs.
+// Re-reads the adapter's name from one of its IOCs. A reply naming another serial number is
+// garbled and changes nothing: the serial number keys the adapter's record in the
+// configuration file.
 kvo_status_t kvol_adapter_update_ioc(kvol_adapter_t* ad, kvol_t* h) {
     if (ad == nullptr || h == nullptr) return KVO_STATUS_EINVAL;
     kvo_ioc_info_t info{};
     kvo_status_t rc = kvol_ioc_get_info(h, &info);
     if (rc != KVO_STATUS_OK) return rc;
-    kvol_copy_str(ad->serial_num, info.serialnum, sizeof(info.serialnum));
+    char serial[sizeof(ad->serial_num)];
+    kvol_copy_str(serial, info.serialnum, sizeof(info.serialnum));
+    if (memcmp(serial, ad->serial_num, sizeof(serial)) != 0) return KVO_STATUS_FAILED;
     kvol_copy_str(ad->name, info.name, sizeof(info.name));
-    kvol_copy_str(h->serialnum, info.serialnum, sizeof(info.serialnum));
     kvol_copy_str(h->name, info.name, sizeof(info.name));
     return KVO_STATUS_OK;
 }
@@ -52,7 +55,8 @@ bool kvol_adapter_name_in_use(const kvol_adapter_t* ad, const char* name) {
 
 // Names the adapter in the driver, then persists the name ("" clears it). A driver refusal
 // changes nothing; when the configuration file cannot be loaded the driver keeps the new name
-// and the load's status is returned.
+// and the load's status is returned. The name kept is the one sent (cut to the record's field):
+// the record's copy after the request is the driver's, unterminated if it likes.
 kvo_status_t kvol_adapter_set_name(kvol_adapter_t* ad, const char* name) {
     if (ad == nullptr) return KVO_STATUS_NO_ADAPTER;
     if (name == nullptr) name = "";
@@ -61,15 +65,17 @@ kvo_status_t kvol_adapter_set_name(kvol_adapter_t* ad, const char* name) {
 
     kvo_name_req_t req{};
     kvol_copy_str(req.name, name, strlen(name));
+    char sent[sizeof(req.name)];
+    memcpy(sent, req.name, sizeof(sent));
     kvo_status_t rc = kvol_request<KVO_IOCMD_ADAPTER_SET_NAME>(h, req);
     if (rc != KVO_STATUS_OK) return rc;
-    kvol_copy_str(ad->name, req.name, sizeof(req.name));
-    for (kvol_t* ioc : adapter_iocs(ad)) kvol_copy_str(ioc->name, req.name, sizeof(req.name));
+    kvol_copy_str(ad->name, sent);
+    for (kvol_t* ioc : adapter_iocs(ad)) kvol_copy_str(ioc->name, sent);
 
     const char* path = kvol_get_cfg_path();
     rc = kvol_config_load(path);
     if (rc != KVO_STATUS_OK) return rc;
-    kvol_config_ad_name(ad->id, req.name);  // adds the adapter's record when it is missing
+    kvol_config_ad_name(ad->id, sent);  // adds the adapter's record when it is missing
     kvol_config_sync(path);
     return KVO_STATUS_OK;
 }

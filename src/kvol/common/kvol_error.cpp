@@ -5,7 +5,8 @@
 #include "kvol_state.h"
 
 // Indexed by status value. Every text ends in exactly one blank: the front end prints
-// "ERROR: " and the text as they stand. Entry 277 is the bound, never a status.
+// "ERROR: " and the text as they stand. Entry 277 is the bound: the request path reports a
+// driver status beyond the table as 277, an unknown failure.
 const char* errorlist[KVO_STATUS_MAX_VAL + 1] = {
     /*   0 OK */ "Success ",
     /*   1 FAILED */ "Operation failed ",

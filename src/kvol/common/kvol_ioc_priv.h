@@ -61,6 +61,13 @@ void kvol_copy_str(char (&dst)[N], const char* src) {
 
 // ---- The request path -------------------------------------------------------------------------
 
+// The status a driver wrote into a record. One beyond the table is an unknown failure: passed on
+// as it stands it could pass for one of the front end's own codes (4001 and up) and be reported
+// as a mistake on the command line.
+inline kvo_status_t kvol_driver_status(uint32_t status) {
+    return status < KVO_STATUS_MAX_VAL ? static_cast<kvo_status_t>(status) : KVO_STATUS_MAX_VAL;
+}
+
 // Sends one request record to the driver instance of h and returns one verdict: the channel's
 // failure when the request could not be delivered, else the status the driver wrote into the
 // record. The code's size field must equal the record's size; a mismatch does not compile.
@@ -73,7 +80,7 @@ kvo_status_t kvol_request(kvol_t* h, Rec& rec) {
     rec.kvod_num = static_cast<uint16_t>(h->instance);
     kvo_status_t rc = kvol_ioctl(h, Code, &rec, sizeof(Rec), sizeof(Rec), sizeof(Rec));
     if (rc != KVO_STATUS_OK) return rc;
-    return static_cast<kvo_status_t>(rec.status);
+    return kvol_driver_status(rec.status);
 }
 
 // The same for a request whose code covers only its head (rec.head, at the start of rec): the
@@ -86,7 +93,7 @@ kvo_status_t kvol_request_area(kvol_t* h, Rec& rec) {
     rec.head.kvod_num = static_cast<uint16_t>(h->instance);
     kvo_status_t rc = kvol_ioctl(h, Code, &rec, sizeof(rec.head), sizeof(Rec), sizeof(Rec));
     if (rc != KVO_STATUS_OK) return rc;
-    return static_cast<kvo_status_t>(rec.head.status);
+    return kvol_driver_status(rec.head.status);
 }
 
 // A request that carries nothing but the instance (enable, disable, reload and the like).

@@ -287,7 +287,7 @@ kvo_status_t kvol_ioc_get_info(kvol_t* h, kvo_ioc_info_t* info);
 kvo_status_t kvol_ioc_get_attr(kvol_t* h, kvo_ioc_attr_t* attr);
 kvo_status_t kvol_ioc_enable(kvol_t* h);
 kvo_status_t kvol_ioc_disable(kvol_t* h);
-// Re-reads the adapter's serial number and name through h.
+// Re-reads the adapter's name through h; KVO_STATUS_FAILED when the reply names another serial.
 kvo_status_t kvol_adapter_update_ioc(kvol_adapter_t* ad, kvol_t* h);
 // True when another adapter of the scan already carries this name in the configuration file.
 bool kvol_adapter_name_in_use(const kvol_adapter_t* ad, const char* name);

@@ -102,6 +102,8 @@ kvo_status_t pci_scan(kvo_ioc_type_e kind) {
     return KVO_STATUS_OK;
 }
 
+bool is_storage_type(uint32_t type) { return type == KVO_IOC_TYPE_FC || type == KVO_IOC_TYPE_FCoE; }
+
 // Scans one driver: PCI functions, then one IOC information request per function. Returns
 // the number of IOCs appended, or -1 (the reason is left in the last-status cell).
 int ioc_scan_cna(kvo_ioc_type_e kind) {
@@ -151,6 +153,9 @@ int ioc_scan_cna(kvo_ioc_type_e kind) {
         snprintf(tmp.devpath, sizeof(tmp.devpath), "%s", storage ? fc_path : "/dev/tqe");
         kvo_ioc_info_t info{};
         st = kvol_ioc_get_info(&tmp, &info);
+        // A function of one driver that calls itself the other's kind is a garbled reply: taken
+        // at its word it would be sent to the other driver's node and registered under its name.
+        if (st == KVO_STATUS_OK && is_storage_type(info.ioc_type) != storage) st = KVO_STATUS_FAILED;
         if (st != KVO_STATUS_OK) {
             kvol_set_last_error(st);
             close_ipfc();

@@ -78,6 +78,8 @@ kvo_status_t fc_path(kvol_t* h, uint32_t cmd, void* rec, size_t buf_len) {
         kvo_status_t st = kvol_open_node(h->devpath, fd);
         if (st != KVO_STATUS_OK) return st;
         if (ioctl(fd.get(), SG_IO, &hdr) < 0) return kvol_errno_to_status(errno);
+        // A driver that sent back less than the whole record has not answered it.
+        if (hdr.din_resid != 0) return KVO_STATUS_EIO;
         return KVO_STATUS_OK;
     }
     kvo_status_t st = kvol_open_node(h->devpath, fd);
