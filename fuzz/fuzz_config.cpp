@@ -23,6 +23,8 @@
 
 namespace {
 
+using fuzz::terminated;
+
 struct vport {
     std::string pwwn, nwwn, name, role;
     uint16_t vf_id;
@@ -56,11 +58,6 @@ void snapshot(tables& t) {
         t.ioc[i].vport = nullptr;
     }
     memcpy(t.all, config_all, sizeof t.all);
-}
-
-template <size_t N>
-bool terminated(const char (&field)[N]) {
-    return memchr(field, '\0', N) != nullptr;
 }
 
 void check_bounds(const tables& t) {

@@ -17,7 +17,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
-#include <set>
 #include <vector>
 
 #include "fuzz_util.h"

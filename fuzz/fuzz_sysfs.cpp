@@ -28,6 +28,8 @@
 
 namespace {
 
+using fuzz::terminated;
+
 bool lower_hex(char c) { return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f'); }
 
 // "hhhh:hh:hh", any character, a hex digit: somewhere in the name.
@@ -117,11 +119,6 @@ void check_devpath(uint32_t host, unsigned nodes, size_t room) {
     FUZZ_CHECK(bsg.compare(0, len, out.data(), len) == 0 || old.compare(0, len, out.data(), len) == 0 ||
                    std::string("/dev/kvo").compare(0, len, out.data(), len) == 0,
                "node path %s", out.data());
-}
-
-template <size_t N>
-bool terminated(const char (&field)[N]) {
-    return memchr(field, '\0', N) != nullptr;
 }
 
 void check_identity(const uint8_t* data, size_t size) {

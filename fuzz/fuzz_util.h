@@ -32,6 +32,12 @@ namespace fuzz {
         if (!(cond)) ::fuzz::fail(__FILE__, __LINE__, __VA_ARGS__); \
     } while (0)
 
+// A fixed-size text field holds its terminator.
+template <size_t N>
+bool terminated(const char (&field)[N]) {
+    return memchr(field, '\0', N) != nullptr;
+}
+
 // The names in dir, "." and ".." left out.
 inline std::vector<std::string> dir_entries(const std::string& dir) {
     std::vector<std::string> names;
