@@ -6,6 +6,7 @@
 //   kvosim fault DIR RULE...   (see usage)
 //   kvosim restart DIR         (the storage driver starts again)
 //   kvosim io DIR SECONDS      (emulated I/O runs that long)
+//   kvosim sleep DIR real|io_clock  (whether a sleep on the bed waits or advances the I/O clock)
 //   kvosim flash DIR SERIAL TYPE INSTANCE
 #include <unistd.h>
 
@@ -41,6 +42,7 @@ const char usage_text[] =
     "       kvosim fault DIR list | clear\n"
     "       kvosim restart DIR\n"
     "       kvosim io DIR SECONDS\n"
+    "       kvosim sleep DIR real|io_clock\n"
     "       kvosim flash DIR SERIAL TYPE INSTANCE\n";
 
 int usage() {
@@ -334,6 +336,13 @@ int cmd_io(int argc, char** argv) {
     return change_state(bed_arg(argv[2]), [s](Host& h) { advance_io_clock(h, s); });
 }
 
+int cmd_sleep(int argc, char** argv) {
+    if (argc != 4) return usage();
+    const std::string how = argv[3];
+    if (how != "real" && how != "io_clock") return usage();
+    return change_state(bed_arg(argv[2]), [&how](Host& h) { h.sleep_on_io_clock = how == "io_clock"; });
+}
+
 // Writes the bytes in use of one flash partition to standard output, exactly as the last write
 // left them, so that a test can compare a partition with what it expects byte for byte.
 int cmd_flash(int argc, char** argv) {
@@ -376,6 +385,7 @@ int main(int argc, char** argv) {
     if (cmd == "fault") return cmd_fault(argc, argv);
     if (cmd == "restart") return cmd_restart(argc, argv);
     if (cmd == "io") return cmd_io(argc, argv);
+    if (cmd == "sleep") return cmd_sleep(argc, argv);
     if (cmd == "flash") return cmd_flash(argc, argv);
     return usage();
 }

@@ -11,9 +11,12 @@
 #include <span>
 #include <string>
 #include <type_traits>
+#include <vector>
 
 #include "bed.h"
 #include "kvo_ioctl.h"
+
+struct kvo_itnim_iostats_s;
 
 namespace kvosim {
 
@@ -113,8 +116,15 @@ void put_str(char (&dst)[N], const std::string& s) {
 // The storage driver starts again (kvosim restart): what waits for a start takes effect, such as
 // a configured I/O throttle.
 void fcpim_driver_start(Host& h);
-// Emulated I/O runs for that many seconds at every nexus's rates (kvosim io).
+// Emulated I/O (drv_iostats.cpp). The bed's I/O clock, in seconds; advance_io_clock runs I/O
+// for that many seconds at every rate of the host (kvosim io).
+uint64_t io_clock(const Host& h);
 void advance_io_clock(Host& h, uint64_t seconds);
+// Adds `seconds` of I/O at the rates of `io` ({"read_iops", "write_iops", "io_size"}) to the
+// counters of s, each wrapping at 32 bits.
+void add_io(kvo_itnim_iostats_s& s, const json& io, uint64_t seconds);
+// The logical ports of a storage function, in wire order: its own port, then its NPIV ports.
+std::vector<wwn_t> logical_ports(const Function& f);
 
 // ioctl on a SCSI node (/dev/sgN, /dev/sdX, /dev/srN, /dev/stN, /dev/nstN), under the bed's lock.
 struct NodeRef;

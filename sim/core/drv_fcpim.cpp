@@ -10,11 +10,8 @@
 // "task_retry_id": 0|1, "conf_comp": 0|1}; the driver keeps its statistics reset there
 // ("reset_clock", "resets").
 //
-// Emulated I/O: a remote port's ext.io sets the rates of its nexus, {"read_iops": R,
-// "write_iops": W, "io_size": bytes per I/O}. The counters are those rates times the bed's I/O
-// clock (host ext.io_clock, whole seconds, advanced by `kvosim io DIR SECONDS`) since the last
-// statistics reset: the same clock gives the same counters, so tests read exact values. The
-// byte counters are 32 bits wide and wrap, as the driver's do.
+// Emulated I/O (drv_iostats.cpp): a remote port's ext.io sets the rates of its nexus, whose
+// counters cover the bed's I/O clock since the nexus's last statistics reset.
 #include <cstdio>
 
 #include "drv.h"
@@ -86,8 +83,6 @@ kvo_status_t itnim_get_attr(Req& r) {
     return KVO_STATUS_OK;
 }
 
-uint64_t io_clock(const Host& h) { return h.ext.value("io_clock", static_cast<uint64_t>(0)); }
-
 json& itnim_state(RemotePort& rp) {
     json& it = rp.ext["itnim"];
     if (!it.is_object()) it = json::object();
@@ -127,24 +122,9 @@ kvo_status_t itnim_get_iostats(Req& r) {
     RemotePort* rp = nullptr;
     kvo_status_t st = find_nexus(r, rec.lpwwn, rec.rpwwn, &rp);
     if (st != KVO_STATUS_OK) return st;
-    kvo_itnim_iostats_t& s = rec.iostats;
-    s = {};
-    const json io = rp->ext.value("io", json::object());
+    rec.iostats = {};
     const uint64_t t = io_seconds(r.st.host, *rp);
-    const uint64_t reads = io.value("read_iops", static_cast<uint64_t>(0)) * t;
-    const uint64_t writes = io.value("write_iops", static_cast<uint64_t>(0)) * t;
-    const uint64_t size = io.value("io_size", static_cast<uint64_t>(4096));
-    s.input_reqs = static_cast<uint32_t>(reads);
-    s.output_reqs = static_cast<uint32_t>(writes);
-    s.total_ios = static_cast<uint32_t>(reads + writes);
-    s.io_comps = s.total_ios;
-    s.rd_throughput = static_cast<uint32_t>(reads * size);
-    s.wr_throughput = static_cast<uint32_t>(writes * size);
-    if (size <= 512) s.ios_le_512 = s.total_ios;
-    else if (size <= 4096) s.ios_le_4k = s.total_ios;
-    else if (size <= 65536) s.ios_le_64k = s.total_ios;
-    else s.ios_gt_64k = s.total_ios;
-    s.lat_le_1ms = s.total_ios;
+    add_io(rec.iostats, rp->ext.value("io", json::object()), t);
     r.note = fmt("t=%llu", static_cast<unsigned long long>(t));
     return KVO_STATUS_OK;
 }
@@ -267,7 +247,5 @@ void fcpim_driver_start(Host& h) {
         t["cur"] = t["cfg"];
     }
 }
-
-void advance_io_clock(Host& h, uint64_t seconds) { h.ext["io_clock"] = io_clock(h) + seconds; }
 
 }  // namespace kvosim

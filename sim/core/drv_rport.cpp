@@ -1,12 +1,13 @@
-// The storage driver's logical and remote ports: the logical ports of a function (its base port),
-// the remote ports of a logical port, a remote port's attributes and its SCSI address.
+// The storage driver's logical and remote ports: the logical ports of a function, the remote
+// ports of a logical port, a remote port's attributes and its SCSI address.
 //
-// A function's logical port is its own port WWN; its remote ports are the model's remote ports
-// of the function other than fabric services, in model order. A remote port's ext.rport may set
-// {"state": 0..9} (default 3, online); its SCSI function follows its role (target 2,
-// initiator 1). The SCSI address is the function's SCSI host, bus 0 and the remote port's target
-// id; an initiator has none (UNKNOWN_RWWN), nor has a function whose host did not register
-// (CMD_NOTSUPP).
+// A function's logical ports are its own port WWN and its NPIV ports (ext.vports, see
+// drv_iostats.cpp). The remote ports of its own port are the model's remote ports of the
+// function other than fabric services, in model order; an NPIV port has none here. A remote
+// port's ext.rport may set {"state": 0..9} (default 3, online); its SCSI function follows its
+// role (target 2, initiator 1). The SCSI address is the function's SCSI host, bus 0 and the
+// remote port's target id; an initiator has none (UNKNOWN_RWWN), nor has a function whose host
+// did not register (CMD_NOTSUPP).
 #include <algorithm>
 #include <cerrno>
 
@@ -47,17 +48,19 @@ kvo_status_t fabric_get_lports(Req& r) {
     auto& rec = r.rec<kvo_ioctl_fabric_get_lports_t>();
     if (r.fn().driver != Driver::kvo) return KVO_STATUS_CMD_NOTSUPP;
     if (rec.vf_id != 0) return KVO_STATUS_UNKNOWN_VFID;
-    return put_wwn_list(r, {wire_wwn(r.fn().pwwn)}, rec.buf_ptr, rec.nports);
+    return put_wwn_list(r, logical_ports(r.fn()), rec.buf_ptr, rec.nports);
 }
 
 kvo_status_t lport_get_rports(Req& r) {
     auto& rec = r.rec<kvo_ioctl_lport_get_rports_t>();
     r.note = "lpwwn " + wwn_note(rec.pwwn) + " ";
-    kvo_status_t st = check_lport(r, rec.pwwn);
-    if (st != KVO_STATUS_OK) return st;
+    if (r.fn().driver != Driver::kvo) return KVO_STATUS_CMD_NOTSUPP;
+    const std::vector<wwn_t> lports = logical_ports(r.fn());
+    if (std::find(lports.begin(), lports.end(), rec.pwwn) == lports.end()) return KVO_STATUS_UNKNOWN_LWWN;
     std::vector<wwn_t> list;
-    for (const RemotePort& rp : r.fn().rports)
-        if (rp.role != "fabric") list.push_back(wire_wwn(rp.pwwn));
+    if (rec.pwwn == wire_wwn(r.fn().pwwn))
+        for (const RemotePort& rp : r.fn().rports)
+            if (rp.role != "fabric") list.push_back(wire_wwn(rp.pwwn));
     return put_wwn_list(r, list, rec.rbuf_ptr, rec.nrports);
 }
 

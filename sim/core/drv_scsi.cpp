@@ -135,7 +135,9 @@ int sg_io(State& st, const NodeRef& node, const Found& f, void* arg) {
         return bad(st, np, EFAULT, "SG_IO: command not readable");
 
     const ScsiDev& d = f.dev;
-    std::string line = "scsi " + np + " " + opcode_name(cdb, h.cmd_len) + " " + d.hctl() + " -> ";
+    std::string line = "scsi " + np + " " + opcode_name(cdb, h.cmd_len) + " " + d.hctl();
+    if (const long alloc = allocation_length(cdb, h.cmd_len); alloc >= 0) line += fmt(" alloc=%ld", alloc);
+    line += " -> ";
     h.status = h.masked_status = h.msg_status = h.sb_len_wr = 0;
     h.host_status = h.driver_status = 0;
     h.resid = 0;

@@ -3,6 +3,8 @@
 // files are driver nodes, and the answers to ioctl on them.
 #include <sys/types.h>
 
+#include <cstdint>
+
 #include <string>
 
 namespace kvosim {
@@ -75,5 +77,10 @@ int open_fault(const std::string& vpath, bool* hash_listing = nullptr);
 bool sysfs_path(const std::string& vpath);
 // True when the bed lists this (emulated) directory in sysfs hash order rather than sorted.
 bool hash_listing(const std::string& vpath);
+
+// On a bed whose "sleep" is "io_clock": advances the bed's I/O clock by the whole seconds of a
+// sleep of this many nanoseconds and returns true, so that the caller returns at once instead
+// of waiting. False (the caller sleeps) on any other bed or without one.
+bool sleep_on_io_clock(uint64_t nanoseconds);
 
 }  // namespace kvosim

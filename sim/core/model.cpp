@@ -337,6 +337,7 @@ json host_to_json(const Host& h) {
     j["drivers"] = {{"kvo", h.kvo_loaded}, {"tqe", h.tqe_loaded}, {"kvoipfc", h.ipfc_node}};
     j["sysfs_order"] = h.hash_order ? "hash" : "sorted";
     if (h.old_layout) j["sysfs_layout"] = "old";
+    if (h.sleep_on_io_clock) j["sleep"] = "io_clock";
     if (h.has_conf) j["kvo_conf"] = h.kvo_conf;
     json ads = json::array();
     for (const Adapter& a : h.adapters) {
@@ -452,6 +453,9 @@ Host host_from_json(const json& j) {
     const std::string layout = str(j, "sysfs_layout", "current", "host", 15);
     if (layout != "current" && layout != "old") fail("host.sysfs_layout", "must be current or old");
     h.old_layout = layout == "old";
+    const std::string sleep = str(j, "sleep", "real", "host", 15);
+    if (sleep != "real" && sleep != "io_clock") fail("host.sleep", "must be real or io_clock");
+    h.sleep_on_io_clock = sleep == "io_clock";
     std::set<std::string> pcis, ethnames, serials;
     std::set<int> hosts;
     bool any_kvo = false, any_tqe = false;

@@ -133,6 +133,7 @@ struct Host {
     bool ipfc_node = true;    // /dev/kvoipfc
     bool hash_order = false;  // sysfs directories list in the kernel's hash order, not sorted
     bool old_layout = false;  // SCSI devices link their children as block:sdb, scsi_generic:sg3
+    bool sleep_on_io_clock = false;  // a process's sleep advances the I/O clock instead of waiting
     std::string kvo_conf;     // initial /etc/kvo.conf (written at creation when has_conf)
     bool has_conf = false;
     std::vector<Adapter> adapters;

@@ -230,6 +230,23 @@ std::string opcode_name(const uint8_t* cdb, size_t len) {
 
 namespace {
 
+uint32_t be(const uint8_t* p, int n) {
+    uint32_t v = 0;
+    for (int i = 0; i < n; i++) v = v << 8 | p[i];
+    return v;
+}
+
+}  // namespace
+
+long allocation_length(const uint8_t* cdb, size_t len) {
+    if (len >= 6 && cdb[0] == 0x12) return be(cdb + 3, 2);
+    if (len >= 12 && cdb[0] == 0xA0) return be(cdb + 6, 4);
+    if (len >= 16 && cdb[0] == 0x9E && (cdb[1] & 0x1F) == 0x10) return be(cdb + 10, 4);
+    return -1;
+}
+
+namespace {
+
 constexpr uint8_t kGood = 0, kCheck = 2;
 constexpr uint8_t kNotReady = 0x02, kIllegal = 0x05;
 constexpr uint8_t kAscLbaRange = 0x21, kAscInvalidOp = 0x20, kAscInvalidField = 0x24, kAscNoLun = 0x25,
@@ -240,12 +257,6 @@ ScsiAnswer check(uint8_t key, uint8_t asc, uint8_t ascq = 0) {
     a.status = kCheck;
     a.sense = {key, asc, ascq};
     return a;
-}
-
-uint32_t be(const uint8_t* p, int n) {
-    uint32_t v = 0;
-    for (int i = 0; i < n; i++) v = v << 8 | p[i];
-    return v;
 }
 
 void put_be(std::vector<uint8_t>& b, size_t at, uint64_t v, int n) {

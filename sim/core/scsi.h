@@ -80,6 +80,9 @@ struct TargetView {
 std::vector<uint8_t> fixed_sense(const Sense& s);
 // Name of an opcode for the log ("INQUIRY", "READ_CAPACITY_16", "0xd7").
 std::string opcode_name(const uint8_t* cdb, size_t len);
+// The allocation length of the commands that carry one (INQUIRY, REPORT LUNS, READ
+// CAPACITY(16)) in a CDB of `len` bytes; -1 for the others.
+long allocation_length(const uint8_t* cdb, size_t len);
 // The target's answer to a CDB of `len` bytes; data-in at most `max_in` bytes (the caller's
 // transfer length; READ(10) stops there).
 ScsiAnswer scsi_execute(const TargetView& t, const uint8_t* cdb, size_t len, uint32_t max_in);

@@ -18,6 +18,7 @@
 #include <sys/statfs.h>
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -904,6 +905,52 @@ int system(const char* cmd) {
         if (strncmp(p, "mount ", 6) == 0 && strstr(p, "debugfs") != nullptr) return 0;
     }
     return real ? real(cmd) : -1;
+}
+
+// ---- sleeps -------------------------------------------------------------------------------
+// On a bed whose "sleep" is "io_clock" a relative sleep advances the bed's I/O clock instead of
+// waiting (see drv_iostats.cpp), so that a process that samples counters every few seconds
+// runs at once and still sees exactly its intervals' worth of emulated I/O. Absolute sleeps
+// (TIMER_ABSTIME) wait for real.
+
+unsigned int sleep(unsigned int seconds) {
+    REAL(sleep, unsigned int (*)(unsigned int));
+    if (kvosim::sleep_on_io_clock(uint64_t{seconds} * 1000000000ULL)) return 0;
+    return real ? real(seconds) : seconds;
+}
+
+int usleep(useconds_t usec) {
+    REAL(usleep, int (*)(useconds_t));
+    if (kvosim::sleep_on_io_clock(uint64_t{usec} * 1000ULL)) return 0;
+    return real ? real(usec) : -1;
+}
+
+}  // extern "C"
+
+namespace {
+// A valid relative sleep the bed's clock took instead (an invalid one gets the real call's
+// EINVAL; absurd lengths wait for real).
+bool clock_sleep(const struct timespec* req) {
+    if (req == nullptr || req->tv_sec < 0 || req->tv_sec > UINT32_MAX || req->tv_nsec < 0 ||
+        req->tv_nsec >= 1000000000L)
+        return false;
+    return kvosim::sleep_on_io_clock(static_cast<uint64_t>(req->tv_sec) * 1000000000ULL +
+                                     static_cast<uint64_t>(req->tv_nsec));
+}
+}  // namespace
+
+extern "C" {
+
+int nanosleep(const struct timespec* req, struct timespec* rem) {
+    REAL(nanosleep, int (*)(const struct timespec*, struct timespec*));
+    if (clock_sleep(req)) return 0;
+    return real ? real(req, rem) : -1;
+}
+
+int clock_nanosleep(clockid_t clock, int flags, const struct timespec* req, struct timespec* rem) {
+    REAL(clock_nanosleep, int (*)(clockid_t, int, const struct timespec*, struct timespec*));
+    if (!(flags & TIMER_ABSTIME) && clock_sleep(req)) return 0;
+    return real ? real(clock, flags, req, rem) : ENOSYS;
 }
 
 // ---- driver requests ----------------------------------------------------------------------

@@ -1,8 +1,13 @@
-// The fcpim class: I-T nexus attributes and statistics, the path time-out, the I/O throttle and
-// the target reset list of a storage function.
+// The fcpim class: the LUN list, I-T nexus attributes and statistics, the path time-out, the I/O
+// throttle and the target reset list of a storage function.
+#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
 
 #include "kvol.h"
 #include "qmx.h"
@@ -186,6 +191,245 @@ int qmx_fcpim_pathtov(char** argv, int /*argc*/, qmx_id_t* id) {
     kvo_status_t st = kvol_fcpim_fast_failover(h, static_cast<uint16_t>(tov));
     if (st == KVO_STATUS_OK) printf("path timeout is set to %u\n", tov);
     return st;
+}
+
+// ---- LUN list -----------------------------------------------------------------------------------
+
+namespace {
+
+constexpr uint32_t kMaxRports = 1024;
+constexpr uint32_t kMaxOsNames = 512;
+constexpr uint8_t kScsiGood = 0;
+constexpr size_t kScsiDataLen = 128;
+// The low byte of the sense length is what the SCSI generic driver gets: 0, so no sense data
+// comes back. The sense of a failed command is never shown anyway.
+constexpr uint32_t kSenseLen = 256;
+
+uint32_t be32(const uint8_t* p) {
+    return static_cast<uint32_t>(p[0]) << 24 | static_cast<uint32_t>(p[1]) << 16 |
+           static_cast<uint32_t>(p[2]) << 8 | p[3];
+}
+
+void print_wwn_nonzero(wwn_t wwn) {
+    if (wwn != 0) qmx_print_pwwn(wwn);
+    printf("\n");
+}
+
+// A LUN's OS device names: "------" for an empty one, the first name followed by a blank, the
+// others each on a line of their own. Every name is cleared for the next LUN.
+void print_os_names(char (*names)[KVOL_OSNAME_LEN], uint32_t count) {
+    bool first = true;
+    for (uint32_t i = 0; i < std::min(count, kMaxOsNames); ++i) {
+        if (names[i][0] == '\0') {
+            printf("------");
+        } else if (first) {
+            printf("%s ", names[i]);
+            first = false;
+        } else {
+            printf("\n\t\t%s", names[i]);
+        }
+        memset(names[i], 0, KVOL_OSNAME_LEN);
+    }
+}
+
+// The rows of one target: the LUNs its REPORT LUNS lists.
+void list_target_luns(kvol_t* h, wwn_t lpwwn, wwn_t rpwwn, int host, int bus, int target,
+                      bool verbose, char (*names)[KVOL_OSNAME_LEN]) {
+    scsi_cdb_t cdb{};
+    uint8_t* raw = nullptr;
+    uint32_t size = 0;
+    uint8_t status = 0;
+    uint8_t sense[kSenseLen];
+    uint32_t sense_len = sizeof(sense);
+    kvo_status_t st = kvol_scsi_reportluns(h, 0, lpwwn, rpwwn, 0, &cdb, 0, &raw, &size, &status,
+                                           sense, &sense_len);
+    const std::unique_ptr<uint8_t, decltype(&free)> data(raw, &free);
+    uint32_t n = 0;
+    if (st != KVO_STATUS_OK || status != kScsiGood) printf("Report Luns failed\n");
+    else n = kvol_scsi_rpl_count(raw, size);
+    for (uint32_t k = 0; k < n; ++k) {
+        const uint8_t* entry = raw + 8 + 8 * k;
+        lun_t lun;
+        memcpy(&lun, entry, sizeof(lun));
+        char text[24];
+        qmx_convert_lun_to_string(lun, text, sizeof(text));
+        // The address method bits are cut off here, unlike the kernel's numbering: a flat-space
+        // LUN is looked up under its plain number.
+        const uint32_t hlun = static_cast<uint32_t>(entry[0] & 0x3F) << 8 | entry[1];
+        uint32_t count = 0;
+        (void)kvol_get_osname(host, bus, target, static_cast<int>(hlun), names, &count);
+        if (verbose) printf(" %d:%d:%d:%s", host, bus, target, text);
+        else printf(" %d:%s", target, text);
+        // The column that marks LUNs with advanced I/O profiling on; nothing sets the mark.
+        printf("  ");
+        qmx_print_pwwn(rpwwn);
+        if (verbose) {
+            printf(" ");
+            (void)qmx_fcpim_scsitest_commands(h, lpwwn, rpwwn, hlun);
+        }
+        printf(" ");
+        print_os_names(names, count);
+        printf("\n");
+    }
+}
+
+}  // namespace
+
+std::string qmx_fcpim_lun_size(int64_t last_lba, int64_t block_len) {
+    // The product of the returned last LBA (no block added) and the block length, wrapping as a
+    // 64-bit product does.
+    const auto size =
+        static_cast<int64_t>(static_cast<uint64_t>(last_lba) * static_cast<uint64_t>(block_len));
+    constexpr int64_t kTiB = int64_t{1} << 40, kGiB = int64_t{1} << 30, kMiB = int64_t{1} << 20;
+    // Whole TiB; GiB and MiB in single precision.
+    const float bytes = static_cast<float>(size);
+    char text[48];
+    if (size < 0) return "  -----";
+    if (size >= kTiB)
+        snprintf(text, sizeof(text), "%4.2fTB", static_cast<double>(size / kTiB));
+    else if (size >= kGiB)
+        snprintf(text, sizeof(text), "%4.2fGB", static_cast<double>(bytes / 1073741824.0f));
+    else if (size >= kMiB)
+        snprintf(text, sizeof(text), "%4.2fMB", static_cast<double>(bytes / 1048576.0f));
+    else
+        snprintf(text, sizeof(text), "%llu", static_cast<unsigned long long>(size));
+    return text;
+}
+
+std::string qmx_fcpim_inquiry_columns(std::span<const uint8_t, 36> inq) {
+    char text[32];
+    snprintf(text, sizeof(text), "%-8.8s ", reinterpret_cast<const char*>(&inq[8]));
+    std::string s = text;
+    // The product up to and including its first blank.
+    for (size_t i = 16; i < 32 && inq[i] != '\0'; ++i) {
+        s += static_cast<char>(inq[i]);
+        if (inq[i] == ' ') break;
+    }
+    snprintf(text, sizeof(text), " %-4.4s", reinterpret_cast<const char*>(&inq[32]));
+    return s + text;
+}
+
+int qmx_fcpim_scsitest_commands(kvol_t* h, wwn_t lpwwn, wwn_t rpwwn, uint32_t hlun) {
+    const uint8_t wire[8] = {static_cast<uint8_t>(hlun >> 8), static_cast<uint8_t>(hlun)};
+    lun_t lun;
+    memcpy(&lun, wire, sizeof(lun));
+    uint8_t data[kScsiDataLen] = {};
+    uint8_t sense[kSenseLen];
+    uint32_t sense_len = sizeof(sense);
+    uint8_t status = 0;
+    scsi_cdb_t cdb{};
+    // Each command starts from a clean CDB, data buffer and sense length.
+    auto fresh = [&] {
+        cdb = {};
+        memset(data, 0, sizeof(data));
+        sense_len = sizeof(sense);
+    };
+    static constexpr char kNoInquiry[] = "  -----  -----  -----  -----";
+    kvo_status_t st = kvol_scsi_inquiry(h, 0, lpwwn, rpwwn, lun, &cdb, 0, data, sizeof(data),
+                                        &status, sense, &sense_len);
+    if (st != KVO_STATUS_OK) {
+        printf("%s", kNoInquiry);
+        return st;
+    }
+    // Without an answer the LUN is taken for a disk: its capacity is still asked for.
+    uint8_t type = 0;
+    if (status != kScsiGood) {
+        printf("%s", kNoInquiry);
+    } else {
+        type = data[0] & 0x1F;
+        printf("%s", qmx_fcpim_inquiry_columns(std::span(data).first<36>()).c_str());
+    }
+    if (type != 0) {
+        printf("  ------");
+        return KVO_STATUS_OK;
+    }
+    fresh();
+    st = kvol_scsi_readcapacity(h, 0, lpwwn, rpwwn, lun, &cdb, 0, data, sizeof(data), &status,
+                                sense, &sense_len);
+    if (st != KVO_STATUS_OK) return st;
+    if (status != kScsiGood) {
+        printf("  ------");
+        return KVO_STATUS_OK;
+    }
+    // Both fields read as signed 32-bit values: a last LBA from 0x80000000 on turns negative.
+    int64_t last_lba = static_cast<int32_t>(be32(&data[0]));
+    const int64_t block_len = static_cast<int32_t>(be32(&data[4]));
+    if (last_lba == -1) {
+        // Too large for READ CAPACITY(10); the block length stays the one it gave.
+        fresh();
+        st = kvol_scsi_readcapacity16(h, 0, lpwwn, rpwwn, lun, &cdb, 0, data, sizeof(data),
+                                      &status, sense, &sense_len);
+        if (st != KVO_STATUS_OK) return st;
+        if (status != kScsiGood) {
+            printf("  ------");
+            return KVO_STATUS_OK;
+        }
+        last_lba = static_cast<int64_t>(uint64_t{be32(&data[0])} << 32 | be32(&data[4]));
+    }
+    printf("  %s", qmx_fcpim_lun_size(last_lba, block_len).c_str());
+    return KVO_STATUS_OK;
+}
+
+int qmx_fcpim_lunlist_hdlr(char** argv, int argc, qmx_id_t* id) {
+    kvol_t* h = id->kvol;
+    if (h == nullptr) return KVO_STATUS_FAILED;
+    bool verbose = false;
+    wwn_t lpwwn = 0;
+    for (int i = QMX_ARG_1; i < argc; ++i) {
+        if (strcmp(argv[i], "-v") == 0) {
+            verbose = true;
+            continue;
+        }
+        if (strcmp(argv[i], "-l") != 0 || i + 1 >= argc) return E_CLI_INCORRECT_CMD;
+        if (!qmx_get_port_wwn(argv[++i], &lpwwn)) return E_CLI_BAD_WWN;
+    }
+    if (lpwwn == 0) {
+        kvo_ioc_info_t info{};
+        kvo_status_t st = kvol_ioc_get_info(h, &info);
+        if (st != KVO_STATUS_OK) return st;
+        lpwwn = info.pwwn;
+    }
+    std::vector<wwn_t> rports(kMaxRports);
+    uint32_t total = 0;
+    kvo_status_t st = kvol_lport_get_rports(h, 0, lpwwn, rports.data(), kMaxRports, &total);
+    if (st != KVO_STATUS_OK) return st;
+    const uint32_t nrports = std::min(total, kMaxRports);
+    if (nrports == 0) {
+        printf("No Remote Ports found...\n");
+        return KVO_STATUS_OK;
+    }
+
+    const uint8_t width = verbose ? 99 : 79;
+    qmx_print_header_line(width);
+    if (verbose)
+        printf(" H:B:T:L                    Remote Port PWWN        "
+               "Vendor   Product   Rev    Size   Dev Name\n");
+    else
+        printf(" T:L                    Remote Port PWWN       "
+               " Dev Name\n");
+    qmx_print_header_line(width);
+
+    const auto names = std::make_unique<char[][KVOL_OSNAME_LEN]>(kMaxOsNames);
+    for (uint32_t i = 0; i < nrports; ++i) {
+        const wwn_t rpwwn = rports[i];
+        kvo_rport_attr_s attr{};
+        st = kvol_rport_get_attr(h, 0, lpwwn, rpwwn, &attr);
+        if (st != KVO_STATUS_OK) {
+            print_wwn_nonzero(rpwwn);
+            return st;
+        }
+        if (attr.scsi_function != KVO_RPORT_TARGET) continue;  // initiators have no LUNs
+        uint32_t host = 0, bus = 0, target = 0;
+        st = kvol_rport_get_scsi_address(h, 0, lpwwn, rpwwn, &host, &bus, &target);
+        if (st != KVO_STATUS_OK && st != KVO_STATUS_CMD_NOTSUPP) {
+            print_wwn_nonzero(rpwwn);
+            continue;
+        }
+        list_target_luns(h, lpwwn, rpwwn, static_cast<int>(host), static_cast<int>(bus),
+                         static_cast<int>(target), verbose, names.get());
+    }
+    qmx_print_header_line(width);
+    return KVO_STATUS_OK;
 }
 
 // ---- I/O throttle -------------------------------------------------------------------------------

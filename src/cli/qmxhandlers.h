@@ -12,7 +12,9 @@
 // The dispatcher has done the common work before a handler runs: the count of words checked
 // against the row, a fresh adapter scan, the identifier resolved into the qmx_id_t (for an
 // adapter, also its control function). Arguments are read by their QMX_ARG_ positions.
+#include <cstdint>
 #include <span>
+#include <string>
 
 #include "qmx.h"
 
@@ -89,10 +91,19 @@ void qmx_fcdiag_usage(int extended);
 // ---- fcpim ---------------------------------------------------------------------------------
 extern const qmx_cmd_desc_t qmx_fcpim_cmd_desc[];
 void qmx_fcpim_usage(int extended);
+int qmx_fcpim_ioperf(char** argv, int argc, qmx_id_t* id);  // in qmxioperf.cpp
 int qmx_fcpim_query(char** argv, int argc, qmx_id_t* id);
 int qmx_fcpim_stats(char** argv, int argc, qmx_id_t* id);
 int qmx_fcpim_statsclr(char** argv, int argc, qmx_id_t* id);
 int qmx_fcpim_pathtov(char** argv, int argc, qmx_id_t* id);
+int qmx_fcpim_lunlist_hdlr(char** argv, int argc, qmx_id_t* id);
+// The SCSI columns of a verbose LUN row (vendor, product, revision, size) for the LUN whose
+// kernel number is hlun; the status the commands ended with (the row goes on regardless).
+int qmx_fcpim_scsitest_commands(kvol_t* h, wwn_t lpwwn, wwn_t rpwwn, uint32_t hlun);
+// The vendor, product (up to its first blank) and revision columns of standard INQUIRY data.
+std::string qmx_fcpim_inquiry_columns(std::span<const uint8_t, 36> inq);
+// The size column: last LBA times block length, "  -----" when the product is negative.
+std::string qmx_fcpim_lun_size(int64_t last_lba, int64_t block_len);
 int qmx_fcpim_throttlequery(char** argv, int argc, qmx_id_t* id);
 int qmx_fcpim_throttleset(char** argv, int argc, qmx_id_t* id);
 int qmx_fcpim_throttleclear(char** argv, int argc, qmx_id_t* id);

@@ -140,8 +140,8 @@ const qmx_cmd_desc_t qmx_fcdiag_cmd_desc[] = {
 };
 
 const qmx_cmd_desc_t qmx_fcpim_cmd_desc[] = {
-    {"--ioperf", 1, 9, NONE, P_FC, nullptr},
-    {"--lunlist", 1, 5, PCIFN, P_FC, nullptr},
+    {"--ioperf", 1, 9, NONE, P_FC, qmx_fcpim_ioperf},
+    {"--lunlist", 1, 5, PCIFN, P_FC, qmx_fcpim_lunlist_hdlr},
     {"--lunmaskadd", 3, 5, PORT, P_FC, nullptr},
     {"--lunmaskclear", 1, 1, PORT, P_FC, nullptr},
     {"--lunmaskdelete", 3, 5, PORT, P_FC, nullptr},

@@ -43,7 +43,7 @@ double now_s() {
 }  // namespace
 
 Result run_process(const std::vector<std::string>& argv, const std::string& input,
-                const std::vector<std::string>& env_add, int timeout_s) {
+                const std::vector<std::string>& env_add, int timeout_s, const Interrupt* interrupt) {
     Result r;
     if (argv.empty()) return r;
     Pipe in, out, err;
@@ -95,6 +95,10 @@ Result run_process(const std::vector<std::string>& argv, const std::string& inpu
         };
         drain(oi, out, r.out);
         drain(ei, err, r.err);
+        if (interrupt != nullptr && r.out.find(interrupt->after) != std::string::npos) {
+            kill(pid, interrupt->signal);
+            interrupt = nullptr;
+        }
         if (ii >= 0 && (p[ii].revents & (POLLOUT | POLLERR | POLLHUP))) {
             ssize_t k = write(in.fd[1], input.data() + written, input.size() - written);
             if (k > 0) written += static_cast<size_t>(k);
@@ -203,6 +207,12 @@ Result Bed::qmx(const std::vector<std::string>& args, const std::string& input) 
 }
 
 Result Bed::shell(const std::string& input) const { return qmx({"shell"}, input); }
+
+Result Bed::qmx_interrupted(const std::vector<std::string>& args, const Interrupt& interrupt) const {
+    std::vector<std::string> a = {kvosim_bin(), "run", dir_, "--", qmx_bin()};
+    a.insert(a.end(), args.begin(), args.end());
+    return run_process(a, "", {}, 30, &interrupt);
+}
 
 Result Bed::probe(const std::vector<std::string>& args) const {
     std::vector<std::string> a = {probe_bin()};

@@ -23,10 +23,18 @@ struct Result {
     std::string err;  // standard error
 };
 
+// A signal sent to a running program once its standard output holds `after`.
+struct Interrupt {
+    std::string after;
+    int signal;
+};
+
 // Runs argv (argv[0] a path) with `input` on standard input; the child gets `env_add` on top
-// of this process's environment. Gives up after `timeout_s` seconds (status -1, killed).
+// of this process's environment. Gives up after `timeout_s` seconds (status -1, killed). With
+// an interrupt, its signal is sent once (to the program, which kvosim run becomes).
 Result run_process(const std::vector<std::string>& argv, const std::string& input = "",
-                const std::vector<std::string>& env_add = {}, int timeout_s = 120);
+                const std::vector<std::string>& env_add = {}, int timeout_s = 120,
+                const Interrupt* interrupt = nullptr);
 
 // Paths of the built programs.
 std::string qmx_bin();
@@ -52,6 +60,8 @@ public:
     // qmx with these arguments (one-shot), or "qmx shell" fed `input` on standard input.
     Result qmx(const std::vector<std::string>& args, const std::string& input = "") const;
     Result shell(const std::string& input) const;
+    // qmx with these arguments, sent a signal once its output holds some text.
+    Result qmx_interrupted(const std::vector<std::string>& args, const Interrupt& interrupt) const;
     // Any program run on this bed (through kvosim run).
     Result run(const std::vector<std::string>& argv, const std::string& input = "") const;
     // kvosim_probe with these arguments, on this bed.

@@ -293,3 +293,24 @@ TEST(SimBed, QmxScansEveryPresetWithoutBadRequests) {
         EXPECT_TRUE(bed.log_clean()) << c.preset;
     }
 }
+
+TEST(SimBed, SleepsAdvanceTheIoClockOnABedThatSaysSo) {
+    Bed bed = Bed::preset("fc");
+    auto clock_lines = [&] {
+        std::vector<std::string> out;
+        for (const std::string& l : bed.log())
+            if (l.rfind("sleep ", 0) == 0) out.push_back(l);
+        return out;
+    };
+    // A real bed sleeps for real and leaves the clock alone.
+    EXPECT_EQ(bed.run({"/bin/sleep", "0.1"}).status, 0);
+    EXPECT_TRUE(clock_lines().empty());
+    ASSERT_EQ(bed.kvosim("sleep", {"io_clock"}).status, 0);
+    // sleep(1) takes nanosleep or clock_nanosleep: an hour passes at once; the clock counts
+    // whole seconds (2.2 here).
+    EXPECT_EQ(bed.run({"/bin/sleep", "3600"}).status, 0);
+    EXPECT_EQ(bed.run({"/bin/sleep", "0.5", "1.7"}).status, 0);
+    EXPECT_EQ(clock_lines(), (std::vector<std::string>{"sleep 3600 s -> io_clock=3600", "sleep 2 s -> io_clock=3602"}));
+    EXPECT_EQ(bed.state()["ext"]["io_clock"], 3602);
+    EXPECT_NE(bed.kvosim("sleep", {"sometimes"}).status, 0);
+}

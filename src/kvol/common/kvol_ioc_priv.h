@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 #include <type_traits>
 
 #include "kvol.h"
@@ -20,6 +21,13 @@ T* kvol_calloc() {
     static_assert(std::is_trivially_copyable_v<T> && std::is_standard_layout_v<T>);
     return static_cast<T*>(std::calloc(1, sizeof(T)));
 }
+
+// A malloc'ed block owned by a scope (released with free()).
+struct kvol_free_deleter {
+    void operator()(void* p) const { std::free(p); }
+};
+template <class T>
+using kvol_heap = std::unique_ptr<T, kvol_free_deleter>;
 
 // A zeroed heap record owned by the caller's scope (records too large for the stack).
 template <class T>
@@ -107,3 +115,24 @@ kvo_status_t kvol_adapter_tree_add(kvol_t* h, const kvo_ioc_attr_t* attr,
                                    const kvo_ioc_info_t* info, kvol_adapter_t** added);
 // The first adapter of the tree, null when there is none.
 kvol_adapter_t* kvol_adapter_list_head();
+
+// ---- SCSI pass-through (the platform's side) ---------------------------------------------------
+
+// Makes h ready for one SCSI command to `lun` behind the remote port rpwwn: the I-T nexus must
+// be online (else KVO_STATUS_NO_FCPIM_NEXUS), and the host's node for the LUN is opened into
+// h->sg_fd. Returns the failing query's status, KVO_STATUS_FAILED when no node is found or it
+// will not open ("Opening file %s failed" printed), KVO_STATUS_ENOMEM, or -12 when the nexus
+// attributes cannot be allocated.
+kvo_status_t kvol_prep_scsi_passthru_sg(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn,
+                                        lun_t lun);
+// Closes the node a pass-through left open, if any.
+void kvol_scsi_passthru_end(kvol_t* h);
+
+// ---- REPORT LUNS data --------------------------------------------------------------------------
+
+// Filters REPORT LUNS data of `size` bytes through the port's mask table: when the whole list
+// is in the buffer and masking is enabled, keeps LUN 0 and the LUNs with an entry in use for
+// (lpwwn, rpwwn), packed from offset 8 of an otherwise zeroed buffer, and sets the list length.
+// Returns 1 when it rewrote the data, else 0.
+int kvol_scsi_lm_filter_rpl(const kvo_lunmask_cfg_s& mask, wwn_t lpwwn, wwn_t rpwwn, uint8_t* data,
+                            uint32_t size);

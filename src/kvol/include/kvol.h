@@ -359,6 +359,71 @@ kvo_status_t kvol_rport_get_attr(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t r
 kvo_status_t kvol_rport_get_scsi_address(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn,
                                          uint32_t* host, uint32_t* bus, uint32_t* target);
 
+// ---- SCSI pass-through, LUN lists and OS device names ------------------------------------------
+// A command goes to the LUN through the host's SCSI generic node for it (opened for the command
+// and closed after it); the nexus (lpwwn, rpwwn) must be online. The command calls share one
+// argument list: the CDB (zeroed by the caller; the call sets its command's bytes), the data
+// buffer and its length, the SCSI status and the sense buffer with its length (in: the
+// buffer's size; out: the length the channel reports). Each returns the preparation's failure
+// (KVO_STATUS_NO_FCPIM_NEXUS for a nexus that is not online, KVO_STATUS_FAILED when the LUN has
+// no node or it will not open), the channel's failure, or else 0 when the host adapter and the
+// mid-layer reported no error and 1 (KVO_STATUS_FAILED) when they did, as on a CHECK CONDITION.
+
+// The common sender: the CDB as given. REPORT LUNS data that comes back GOOD is filtered through
+// the port's LUN mask while masking is enabled.
+kvo_status_t kvol_scsi_cmnd(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn, lun_t lun,
+                            scsi_cdb_t* cdb, int write, void* buf, uint32_t len,
+                            uint8_t* scsi_status, void* sense, uint32_t* sense_len);
+// INQUIRY (standard data, allocation length len), READ CAPACITY(10) (len at least 8), READ
+// CAPACITY(16) (allocation length len), TEST UNIT READY (no data: buf and len are not used) and
+// READ(10) of 8 blocks from LBA 0 into buf.
+kvo_status_t kvol_scsi_inquiry(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn, lun_t lun,
+                               scsi_cdb_t* cdb, int write, void* buf, uint32_t len,
+                               uint8_t* scsi_status, void* sense, uint32_t* sense_len);
+kvo_status_t kvol_scsi_readcapacity(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn, lun_t lun,
+                                    scsi_cdb_t* cdb, int write, void* buf, uint32_t len,
+                                    uint8_t* scsi_status, void* sense, uint32_t* sense_len);
+kvo_status_t kvol_scsi_readcapacity16(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn,
+                                      lun_t lun, scsi_cdb_t* cdb, int write, void* buf,
+                                      uint32_t len, uint8_t* scsi_status, void* sense,
+                                      uint32_t* sense_len);
+kvo_status_t kvol_scsi_testunitready(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn,
+                                     lun_t lun, scsi_cdb_t* cdb, int write, void* buf,
+                                     uint32_t len, uint8_t* scsi_status, void* sense,
+                                     uint32_t* sense_len);
+kvo_status_t kvol_scsi_read10(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn, lun_t lun,
+                              scsi_cdb_t* cdb, int write, void* buf, uint32_t len,
+                              uint8_t* scsi_status, void* sense, uint32_t* sense_len);
+// REPORT LUNS (select report 0) into a buffer the call allocates: first with room for 101 LUNs;
+// when the list is longer, once more with room for the whole list as the first answer gave it.
+// On KVO_STATUS_OK *buf is the data (the caller frees it with free()) and *len its size; on any
+// other result *buf is null. KVO_STATUS_ENOMEM when a buffer cannot be had.
+constexpr uint32_t KVOL_SCSI_RPL_FIRST_LEN = 816;
+kvo_status_t kvol_scsi_reportluns(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn, lun_t lun,
+                                  scsi_cdb_t* cdb, int write, uint8_t** buf, uint32_t* len,
+                                  uint8_t* scsi_status, void* sense, uint32_t* sense_len);
+// The number of LUN entries of REPORT LUNS data that its list length announces and that its
+// size bytes really hold (0 for less than the 8-byte header).
+uint32_t kvol_scsi_rpl_count(const uint8_t* data, uint32_t size);
+// Filters REPORT LUNS data through the port's LUN mask when masking is enabled and the whole
+// list is in the buffer: LUN 0 and the LUNs masked in for (lpwwn, rpwwn) stay. 1 when the data
+// was rewritten, else 0.
+int kvol_scsi_lm_modify_rpl_payload(kvol_t* h, wwn_t lpwwn, wwn_t rpwwn, void* data,
+                                    uint32_t size);
+// The LUNs the target rpwwn reports (REPORT LUNS to its LUN 0, base fabric): at most
+// KVOL_FCPIM_MAX_LUNS copied into luns and their number into *count. The preparation's or the
+// command's failure; a status other than GOOD is KVO_STATUS_OK with nothing copied and *count
+// untouched.
+constexpr uint32_t KVOL_FCPIM_MAX_LUNS = 1024;
+kvo_status_t kvol_fcpim_get_luns(kvol_t* h, wwn_t lpwwn, wwn_t rpwwn,
+                                 lun_t (&luns)[KVOL_FCPIM_MAX_LUNS], uint32_t* count);
+// The OS device path of the SCSI device host:bus:target:lun (the kernel's LUN number), such as
+// /dev/sdb or /dev/st0, written into names[0]; *count is set to 1 (names[0] is left alone when
+// there is none). KVO_STATUS_OK, or KVO_STATUS_FAILED when the device has no disk or tape child.
+constexpr size_t KVOL_OSNAME_LEN = 64;
+kvo_status_t kvol_get_osname(int host, int bus, int target, int lun, char (*names)[KVOL_OSNAME_LEN],
+                             uint32_t* count);
+
 // ---- LUN masking ---------------------------------------------------------------------------------
 
 // The port's mask table: on success all of the driver's record is copied to *out.
@@ -379,6 +444,12 @@ kvo_status_t kvol_itnim_get_iostats(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_
                                     const kvol_stats_t** table, kvo_itnim_iostats_t* iostats);
 // The bytes read plus the bytes written, found by their names in the table; wraps at 32 bits.
 uint32_t kvol_itnim_get_iothroughput(const kvol_stats_t* table, const kvo_itnim_iostats_t* iostats);
+// The I/O statistics of the whole function (over all its nexuses) and of its logical port
+// lpwwn, in the nexus record and with its table (kvol_itnim_get_iothroughput finds their bytes).
+kvo_status_t kvol_fcpim_get_modstats(kvol_t* h, uint16_t vf_id, const kvol_stats_t** table,
+                                     kvo_itnim_iostats_t* modstats);
+kvo_status_t kvol_lport_get_iostats(kvol_t* h, uint16_t vf_id, wwn_t lpwwn,
+                                    const kvol_stats_t** table, kvo_itnim_iostats_t* iostats);
 // Clears the nexus's statistics.
 kvo_status_t kvol_itnim_reset_stats(kvol_t* h, uint16_t vf_id, wwn_t lpwwn, wwn_t rpwwn);
 // Sets the path time-out (seconds; KVO_STATUS_EINVAL_TOV above 60, with no driver request) and

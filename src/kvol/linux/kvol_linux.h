@@ -46,11 +46,21 @@ struct kvol_dir_closer {
 };
 using kvol_dir = std::unique_ptr<DIR, kvol_dir_closer>;
 
-struct kvol_free_deleter {
-    void operator()(void* p) const { std::free(p); }
-};
-template <class T>
-using kvol_heap = std::unique_ptr<T, kvol_free_deleter>;
+// The outcome of a directory search.
+enum class kvol_dir_scan { found, none, unreadable };
+
+// Calls match(name) for the entries of a directory in the order it lists them, and stops at the
+// first it accepts. `unreadable` when the directory does not open; `none` also when its name
+// maximum cannot be had (a directory the system cannot describe is not searched).
+template <class Match>
+kvol_dir_scan kvol_dir_find(const char* path, Match&& match) {
+    kvol_dir d(opendir(path));
+    if (!d) return kvol_dir_scan::unreadable;
+    if (pathconf(path, _PC_NAME_MAX) < 0) return kvol_dir_scan::none;
+    while (const dirent* e = readdir(d.get()))
+        if (match(static_cast<const char*>(e->d_name))) return kvol_dir_scan::found;
+    return kvol_dir_scan::none;
+}
 
 // Opens a driver node read-write, non-blocking. KVO_STATUS_NO_DRIVER (also left in the
 // last-status cell) when it cannot be opened.
@@ -141,6 +151,17 @@ kvo_status_t kvol_fcpt_bsg(kvol_t* h, kvo_ioctl_fcpt_t* rec);
 
 // The version-3 SCSI generic header for a SCSI pass-through record.
 void kvol_scsi_sg_hdr(sg_io_hdr_t* hdr, kvo_ioctl_scsi_t* rec);
-// Issues the record's CDB on h->sg_fd and closes it; the record gets the SCSI status and a
-// status of 1 when the host or driver status shows a failure. The channel's status is returned.
+// Issues the record's CDB on h->sg_fd and closes it, whatever the outcome; the record gets the
+// SCSI status and a status of 1 when the host or driver status shows a failure. The channel's
+// status is returned.
 kvo_status_t kvol_scsi_passthru(kvol_t* h, kvo_ioctl_scsi_t* rec);
+
+constexpr size_t KVOL_SCSI_PATH_LEN = 128;
+// The sg node (/dev/sgN) of the SCSI device host:bus:target:lun, from its scsi_generic child
+// (or, on older sysfs, its scsi_generic:sgN link). 0 when found, 1 when not.
+int kvol_check_sg_node_presence(int host, int bus, int target, int lun,
+                                char (&path)[KVOL_SCSI_PATH_LEN]);
+// The sg node to reach the LUN: its own, else that of the first other device of the same target
+// that has one. 0 when found, 1 when not, 3 when memory runs out.
+int kvol_get_rport_lun_sg(int host, int bus, int target, int lun,
+                          char (&path)[KVOL_SCSI_PATH_LEN]);
