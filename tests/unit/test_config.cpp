@@ -1,5 +1,6 @@
 // The configuration file's text helpers, parser and writer, on temporary files.
 #include <sstream>
+#include <vector>
 
 #include "test_config_util.h"
 
@@ -369,12 +370,13 @@ TEST_F(ConfigTest, AdapterLinesEachTakeARecordEvenForOneSerial) {
         contains(out, "# \nadapter-S1-trunk = \"TRUE\";\nadapter-S1-trunk = \"FALSE\";\n\n"));
 }
 
-TEST_F(ConfigTest, AdapterKeyWordsAreTestedIndependently) {
-    // The key carries the serial: a serial containing "name" must not hide its line's trunk.
-    load("adapter-name7-trunk = \"TRUE\";\n");
-    EXPECT_EQ(ad_config_data[0].flags[0], KVOL_AD_INUSE | KVOL_AD_NAME | KVOL_AD_TRUNK);
+TEST_F(ConfigTest, AdapterKeyWordsAreLookedForAfterTheSerial) {
+    // The key carries the serial: a serial containing "name" or "trunk" changes nothing.
+    load("adapter-name7-trunk = \"TRUE\";\nadapter-trunk8-name = \"lab\";\n");
+    EXPECT_EQ(ad_config_data[0].flags[0], KVOL_AD_INUSE | KVOL_AD_TRUNK);
     EXPECT_EQ(ad_config_data[0].ad_trunk, 1);
-    EXPECT_STREQ(ad_config_data[0].name, "TRUE");
+    EXPECT_EQ(ad_config_data[1].flags[0], KVOL_AD_INUSE | KVOL_AD_NAME);
+    EXPECT_STREQ(ad_config_data[1].name, "lab");
 }
 
 TEST_F(ConfigTest, MoreThan128AdapterLinesAreDropped) {
@@ -515,6 +517,47 @@ TEST_F(ConfigTest, AFileWrittenByTheProgramReadsBackToTheSameTables) {
     EXPECT_EQ(ioc_config_data[1].delay, 200);
     EXPECT_STREQ(ioc_config_data[0].authsstring, "1,2,-3");
     EXPECT_EQ(kvol_config_ad_get_num(), 3);  // the trunk line is a record of its own
+}
+
+// Read and written once, a file is written the same way again; a port's own setting under a
+// global line, or past its reach, stays with the port.
+TEST_F(ConfigTest, WhatIsWrittenReadsBackTheSame) {
+    const std::string wwn0 = "kvo0-port-wwn = \"10:00:00:00:00:00:00:01\";\n";
+    const std::string wwn1 = "kvo1-port-wwn = \"10:00:00:00:00:00:00:02\";\n";
+    struct Case {
+        const char* what;
+        std::string text;
+        std::vector<std::string> written, not_written;
+    } cases[] = {
+        {"a vport without a name", "kvo0-vport-0 = \"20:02:00:05:1e:aa:bb:01\";\n",
+         {"kvo0-vport-0 = \"20:02:00:05:1e:aa:bb:01,, ,,0\";\n"}, {}},
+        {"a port WWN cut at a blank", "kvo0-port-wwn = \"" + long_text(30, 'w') + " x\";\n",
+         {"kvo0-port-wwn = \"" + long_text(30, 'w') + "\";\n"}, {}},
+        {"an adapter name cut at a blank", "adapter-SN1-name = \"" + long_text(126, 'n') + " x\";\n",
+         {"adapter-SN1-name = \"" + long_text(126, 'n') + "\";\n"}, {}},
+        {"a serial cut at a blank", "adapter-SERIAL12345 X-name = \"n\";\n",
+         {"adapter-SERIAL12345-name = \"n\";\n"}, {}},
+        {"a serial holding a key word", "adapter-name7-trunk = \"TRUE\";\n",
+         {"adapter-name7-trunk = \"TRUE\";\n"}, {"adapter-name7-name"}},
+        {"a serial holding \"=\"", "adapter-a=b-name = \"x\";\n", {}, {"adapter-a"}},
+        {"a port line under a global line", wwn0 + wwn1 + "port-speed = 16;\nkvo1-port-speed = 4;\n",
+         {"kvo0-port-speed = 16;\n", "kvo1-port-speed = 4;\n"}, {"\nport-speed"}},
+        {"a port past a global line's reach", wwn0 + "kvo1-delay = 200;\ndelay = 6;\n",
+         {"kvo0-delay = 6;\n", "kvo1-delay = 200;\n"}, {"\ndelay"}},
+        {"an unknown log level leaving the ports unlike",
+         "kvo0-log-level = \"Warning\";\n" + wwn0 + wwn1 + "log-level = \"Verbose\";\n",
+         {"kvo0-log-level = \"Warning\";\n", "kvo1-log-level = \"None\";\n"}, {"\nlog-level"}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        memset(config_all, 0, sizeof config_all);
+        load(c.text);
+        const std::string once = sync();
+        for (const std::string& line : c.written) EXPECT_TRUE(contains(once, line)) << line;
+        for (const std::string& part : c.not_written) EXPECT_FALSE(contains(once, part)) << part;
+        ASSERT_EQ(kvol_config_load(path()), KVO_STATUS_OK);
+        EXPECT_EQ(sync(), once);
+    }
 }
 
 TEST_F(ConfigTest, GlobalFormsOfEverySection) {

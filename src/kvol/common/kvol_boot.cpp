@@ -264,7 +264,6 @@ std::atomic<bool> g_version_taken{false};
 // ---- VPD ------------------------------------------------------------------------------------
 
 constexpr uint32_t VPD_LEN = 512;
-constexpr uint8_t VPD_TAG_ID = 0x82;
 constexpr uint8_t VPD_TAG_R = 0x90;
 constexpr uint8_t VPD_TAG_END = 0x78;
 

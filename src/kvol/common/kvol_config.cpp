@@ -162,6 +162,20 @@ const key_desc* find_key(const key_desc (&table)[N], const char* key) {
 
 bool valid_index(int idx, int max) { return idx >= 0 && idx < max; }
 
+// The length of a trimmed value cut to room bytes. A cut can leave characters at its end that
+// the reader trims; they are cut too, so that the value written reads back the same.
+size_t cut_len(const char* value, size_t room) {
+    size_t len = strnlen(value, room);
+    if (value[len] == '\0') return len;
+    while (len > 0 && strchr(kTrimSet, value[len - 1])) --len;
+    return len;
+}
+
+template <size_t N>
+void store_text(char (&field)[N], const char* value) {
+    kvol_copy_str(field, value, cut_len(value, N - 1));
+}
+
 void free_vport_list(kvol_ioc_config_t& rec) {
     kvol_vf_config_t* node = rec.vport;
     while (node) {
@@ -346,14 +360,14 @@ void kvol_config_set_data(int type, int idx, const char* value) {
         kvol_ad_config_t& ad = ad_config_data[idx];
         switch (type) {
         case KVOL_CFG_AD_ID: {
-            size_t len = strnlen(value, sizeof ad.id);
+            size_t len = cut_len(value, sizeof ad.id);
             memset(ad.id, 0, sizeof ad.id);
             memcpy(ad.id, value, len);
             ad.flags[0] |= KVOL_AD_INUSE;
             break;
         }
         case KVOL_CFG_AD_NAME:
-            kvol_copy_str(ad.name, value);
+            store_text(ad.name, value);
             ad.flags[0] |= KVOL_AD_NAME;
             break;
         case KVOL_CFG_AD_TRUNK: {
@@ -382,10 +396,10 @@ void kvol_config_set_data(int type, int idx, const char* value) {
     uint32_t word_value = 0;
 
     switch (type) {
-    case KVOL_CFG_PWWN: kvol_copy_str(r.pwwn, value); present(true); break;
-    case KVOL_CFG_MAC: kvol_copy_str(r.mac, value); present(true); break;
-    case KVOL_CFG_NAME: kvol_copy_str(r.name, value); present(true); break;
-    case KVOL_CFG_ETHNAME: kvol_copy_str(r.ethname, value); present(true); break;
+    case KVOL_CFG_PWWN: store_text(r.pwwn, value); present(true); break;
+    case KVOL_CFG_MAC: store_text(r.mac, value); present(true); break;
+    case KVOL_CFG_NAME: store_text(r.name, value); present(true); break;
+    case KVOL_CFG_ETHNAME: store_text(r.ethname, value); present(true); break;
     case KVOL_CFG_MTU: r.mtu = number(); present(true); break;
     case KVOL_CFG_SPEED: r.speed = static_cast<kvo_port_speed_t>(number()); present(true); break;
     case KVOL_CFG_TOPOLOGY: {
@@ -430,7 +444,7 @@ void kvol_config_set_data(int type, int idx, const char* value) {
         present(ok);
         break;
     }
-    case KVOL_CFG_AUTH_SSTRING: kvol_copy_str(r.authsstring, value); present(true); break;
+    case KVOL_CFG_AUTH_SSTRING: store_text(r.authsstring, value); present(true); break;
     case KVOL_CFG_PATHTOV: r.pathtov = static_cast<uint16_t>(number()); present(true); break;
     case KVOL_CFG_QDEPTH: r.qdepth = static_cast<uint16_t>(number()); present(true); break;
     case KVOL_CFG_QOS: boolean(r.qos, "TRUE", "FALSE"); break;
@@ -481,10 +495,12 @@ void kvol_config_set_vportdata(int idx, const char* value) {
         kvol_copy_str(node->pwwn, pwwn);
     }
     if (count > 1) kvol_copy_str(node->nwwn, tok[1]);
-    if (count > 2) {
+    // The name is trimmed, so an empty one reads as " ". A new vport without a name field
+    // gets that too: it is what its written line reads back as.
+    if (count > 2 || fresh) {
         char name[KVOL_CFG_LINE_MAX];
-        kvol_config_filter_space(tok[2], name, sizeof name);
-        kvol_copy_str(node->name.symname, name);
+        kvol_config_filter_space(count > 2 ? tok[2] : "", name, sizeof name);
+        store_text(node->name.symname, name);
     }
     if (count > 3) kvol_copy_str(node->role, tok[3]);
     if (count > 4) node->vf_id = static_cast<uint16_t>(kvol_config_get_num(tok[4]));
@@ -538,14 +554,19 @@ void kvol_config_parse(const char* line) {
     if (strstr(line, "adapter") && strchr(line, '-')) {
         if (n >= KVOL_CFG_MAX_AD) return;  // table full: further adapter lines are dropped
         kvol_config_get_key("-", "-", line, temp, key);
+        // A serial with "=" in it would not read back from the line the writer makes of it.
+        if (strchr(key, '=')) return;
         kvol_config_set_data(KVOL_CFG_AD_ID, n, key);
         kvol_config_get_key("-", "=", line, temp, key);
         kvol_config_get_data("=", line, temp, value);
-        // Three separate tests: the key holds the serial too, and a serial that happens to
-        // contain "name" must not hide the trunk setting of its line.
-        if (strstr(key, "name")) kvol_config_set_data(KVOL_CFG_AD_NAME, n, value);
-        if (strstr(key, "power")) kvol_config_set_data(KVOL_CFG_AD_POWER, n, value);
-        if (strstr(key, "trunk")) kvol_config_set_data(KVOL_CFG_AD_TRUNK, n, value);
+        // The key holds the serial too: the words are looked for after it, so that a serial
+        // that happens to contain "name" or "trunk" does not add a setting to its line (which
+        // would come back as one more line at every write).
+        const char* dash = strchr(key, '-');
+        const char* words = dash ? dash + 1 : key;
+        if (strstr(words, "name")) kvol_config_set_data(KVOL_CFG_AD_NAME, n, value);
+        if (strstr(words, "power")) kvol_config_set_data(KVOL_CFG_AD_POWER, n, value);
+        if (strstr(words, "trunk")) kvol_config_set_data(KVOL_CFG_AD_TRUNK, n, value);
         n++;
         return;
     }
@@ -568,7 +589,16 @@ void kvol_config_parse(const char* line) {
             } else if (strcmp(key, "trs-cfg") == 0) {
                 kvol_config_set_trsdata(inst, value);
             } else if (const key_desc* k = find_key(kFcKeys, key)) {
+                // The writer takes a global line's value from record 0 for every record. A
+                // port line that changes a setting under a global line turns that line into
+                // per-port lines, as the setters do, so that neither value is lost.
+                const kvol_ioc_config_t before = ioc_config_data[inst];
                 kvol_config_set_data(k->type, inst, value);
+                const int w = type_word(k->type);
+                const uint32_t m = type_mask(k->type);
+                if ((config_all[w] & m) &&
+                    memcmp(&before, &ioc_config_data[inst], sizeof before) != 0)
+                    config_all[w] &= ~m;
             }
         } else if (const key_desc* k = find_key(kEthKeys, key)) {
             kvol_config_set_data(k->type, inst, value);
@@ -593,9 +623,19 @@ void kvol_config_parse(const char* line) {
     }
     const key_desc* k = find_key(kFcKeys, key);
     if (!k || !k->global) return;
-    config_all[type_word(k->type)] |= type_mask(k->type);
+    const int w = type_word(k->type);
+    const uint32_t m = type_mask(k->type);
     int ports = kvol_config_ioc_get_num();
     for (int i = 0; i < ports; ++i) kvol_config_set_data(k->type, i, value);
+    // The writer takes a global line's value from record 0 for every record. The line stays
+    // per-port lines when that would lose something: a record past its reach with a setting of
+    // its own, or (an unknown log level keeps each record's level) records left unlike.
+    bool alike = true;
+    for (int i = std::max(ports, 0); i < KVOL_CFG_MAX_IOC; ++i)
+        alike = alike && !(ioc_config_data[i].flags[w] & m);
+    if (k->type == KVOL_CFG_LOG)
+        for (int i = 1; i < ports; ++i) alike = alike && ioc_config_data[i].log == ioc_config_data[0].log;
+    set_presence(config_all, w, m, alike);
 }
 
 // ---- Lookups -----------------------------------------------------------------------------------------------
