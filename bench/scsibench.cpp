@@ -126,6 +126,8 @@ int main(int argc, char** argv) {
             spit(json, host_json(bed.targets, bed.luns));
             create.insert(create.end(), {"--host", json});
         }
+        // qmx reads with transfers to and from the device, which sg refuses from kernel 6.1 on.
+        create.insert(create.end(), {"--sg-to-from", "read"});
         if (spawn(create, {}, "", out, err).status != 0) die("kvosim create " + name + ": " + slurp(err));
         if (spawn({kvosim, "show", dir}, {}, "", out, err).status != 0) die("kvosim show: " + slurp(err));
         std::smatch m;

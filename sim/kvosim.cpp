@@ -1,5 +1,6 @@
 // kvosim: creates, runs, shows and breaks emulated hosts (test beds).
 //   kvosim create DIR (--preset NAME | --host FILE) [--sysfs-order sorted|hash] [--scsi emulated|kernel]
+//                     [--sg-to-from refused|read]
 //   kvosim run DIR -- CMD [ARG...]
 //   kvosim show DIR
 //   kvosim log DIR [--clear]
@@ -32,7 +33,7 @@ namespace {
 
 const char usage_text[] =
     "usage: kvosim create DIR (--preset empty|fc|demo|large | --host FILE) [--sysfs-order sorted|hash]\n"
-    "                     [--scsi emulated|kernel]\n"
+    "                     [--scsi emulated|kernel] [--sg-to-from refused|read]\n"
     "       kvosim run DIR -- CMD [ARG...]\n"
     "       kvosim show DIR\n"
     "       kvosim log DIR [--clear]\n"
@@ -79,15 +80,19 @@ int cmd_create(int argc, char** argv) {
     const std::string opt = argv[3];
     const char* order = nullptr;
     const char* scsi = nullptr;
+    const char* to_from = nullptr;
     for (int i = 5; i + 1 < argc; i += 2) {
         if (strcmp(argv[i], "--sysfs-order") == 0) order = argv[i + 1];
         else if (strcmp(argv[i], "--scsi") == 0) scsi = argv[i + 1];
+        else if (strcmp(argv[i], "--sg-to-from") == 0) to_from = argv[i + 1];
         else return usage();
     }
     if (order != nullptr && strcmp(order, "sorted") != 0 && strcmp(order, "hash") != 0)
         return die(std::string("--sysfs-order: \"") + order + "\" is neither sorted nor hash");
     if (scsi != nullptr && strcmp(scsi, "emulated") != 0 && strcmp(scsi, "kernel") != 0)
         return die(std::string("--scsi: \"") + scsi + "\" is neither emulated nor kernel");
+    if (to_from != nullptr && strcmp(to_from, "refused") != 0 && strcmp(to_from, "read") != 0)
+        return die(std::string("--sg-to-from: \"") + to_from + "\" is neither refused nor read");
     Host host;
     json raw;
     const json* rawp = nullptr;
@@ -108,6 +113,7 @@ int cmd_create(int argc, char** argv) {
     }
     if (order != nullptr) host.hash_order = strcmp(order, "hash") == 0;
     if (scsi != nullptr) host.kernel_scsi = strcmp(scsi, "kernel") == 0;
+    if (to_from != nullptr) host.sg_to_from_read = strcmp(to_from, "read") == 0;
     std::string why;
     if (!create_bed(dir, host, rawp, why)) return die(why);
     printf("%s\n", dir.c_str());
@@ -175,6 +181,8 @@ int cmd_show(int argc, char** argv) {
         printf("drivers: kvo %s, tqe %s, /dev/kvoipfc %s; driver version %s\n", h.kvo_loaded ? "loaded" : "absent",
                h.tqe_loaded ? "loaded" : "absent", h.ipfc_node ? "present" : "absent", h.driver_ver.c_str());
         printf("sysfs lists %s\n", h.hash_order ? "in the kernel's hash order" : "sorted by name");
+        if (!h.kernel_scsi)
+            printf("sg %s transfers to and from the device\n", h.sg_to_from_read ? "does" : "refuses");
         for (size_t i = 0; i < h.adapters.size(); i++) {
             const Adapter& a = h.adapters[i];
             printf("adapter %zu: serial %s model %s (%s) type %s card %u device 0x%02x mode %s name \"%s\"\n", i + 1,

@@ -133,6 +133,11 @@ int sg_io(State& st, const NodeRef& node, const Found& f, void* arg) {
     uint8_t cdb[16] = {};
     if (!read_user(cdb, reinterpret_cast<uintptr_t>(h.cmdp), h.cmd_len))
         return bad(st, np, EFAULT, "SG_IO: command not readable");
+    // Kernels from 6.1 on fail the copy-in of a to-and-from transfer on sg (the request never
+    // reaches the target); earlier ones copy the buffer in and read into it. The block layer's
+    // SG_IO maps the buffer instead and takes it as a read.
+    if (sg && h.dxfer_direction == SG_DXFER_TO_FROM_DEV && h.dxfer_len > 0 && !st.host.sg_to_from_read)
+        return bad(st, np, ENOMEM, "SG_IO: to-and-from transfer (refused from kernel 6.1 on)");
 
     const ScsiDev& d = f.dev;
     std::string line = "scsi " + np + " " + opcode_name(cdb, h.cmd_len) + " " + d.hctl();

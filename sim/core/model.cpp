@@ -347,6 +347,7 @@ json host_to_json(const Host& h) {
     if (h.old_layout) j["sysfs_layout"] = "old";
     if (h.kernel_scsi) j["scsi"] = "kernel";
     if (h.sleep_on_io_clock) j["sleep"] = "io_clock";
+    if (h.sg_to_from_read) j["sg_to_from"] = "read";
     if (h.has_conf) j["kvo_conf"] = h.kvo_conf;
     json ads = json::array();
     for (const Adapter& a : h.adapters) {
@@ -470,6 +471,9 @@ Host host_from_json(const json& j) {
     const std::string sleep = str(j, "sleep", "real", "host", 15);
     if (sleep != "real" && sleep != "io_clock") fail("host.sleep", "must be real or io_clock");
     h.sleep_on_io_clock = sleep == "io_clock";
+    const std::string to_from = str(j, "sg_to_from", "refused", "host", 15);
+    if (to_from != "refused" && to_from != "read") fail("host.sg_to_from", "must be refused or read");
+    h.sg_to_from_read = to_from == "read";
     std::set<std::string> pcis, ethnames, serials;
     std::set<int> hosts;
     bool any_kvo = false, any_tqe = false;

@@ -140,6 +140,9 @@ struct Host {
     // ports and LUNs only record what the kernel had when the bed was made.
     bool kernel_scsi = false;
     bool sleep_on_io_clock = false;  // a process's sleep advances the I/O clock instead of waiting
+    // SG_IO on an sg node with data to and from the device (the caller's buffer copied in, then
+    // read into): kernels up to 5.x do it; 6.1 and later refuse it (ENOMEM), the default.
+    bool sg_to_from_read = false;
     std::string kvo_conf;     // initial /etc/kvo.conf (written at creation when has_conf)
     bool has_conf = false;
     std::vector<Adapter> adapters;

@@ -77,7 +77,7 @@ const strings kScanOnly = {"adapter", "--count"};
 // Both drivers loaded (the Ethernet one without functions, so a failed storage scan keeps its
 // own status); one FC HBA whose port 0 is reached through its bsg node and port 1 through the
 // driver's control node, a target behind each.
-const char kHost[] = R"({"drivers": {"kvo": true, "tqe": true}, "adapters": [{
+const char kHost[] = R"({"drivers": {"kvo": true, "tqe": true}, "sg_to_from": "read", "adapters": [{
   "serial": "TVF0000001", "model": "TV-1862", "type": "FC", "ports": [
    {"pwwn": "10:00:00:e1:f2:00:00:00", "functions": [{"pci": "0000:03:00.0", "host": 5,
      "rports": [{"pwwn": "50:0e:1f:20:00:00:00:01", "target": 0}]}]},

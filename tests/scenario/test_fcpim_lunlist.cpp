@@ -34,7 +34,9 @@ json target(const char* pwwn, unsigned id, json luns) {
 }
 
 // One FC function (host 2) of port 0 with these remote ports; `fn_ext` is the function's ext.
+// The host's sg driver does transfers to and from the device, as kernels before 6.1 do.
 std::string host(json rports, json top = json::object(), json fn_ext = json::object()) {
+    if (!top.contains("sg_to_from")) top["sg_to_from"] = "read";
     json fn = {{"pci", "0000:03:00.0"}, {"host", 2}, {"rports", std::move(rports)}, {"ext", std::move(fn_ext)}};
     top["adapters"] = json::array({{{"serial", "TVF0000042"},
                                     {"ports", json::array({{{"port", 0}, {"pwwn", kLocal},
@@ -125,6 +127,16 @@ TEST(FcpimLunlist, PlainRowsNameEachLunsOsDevice) {
     ASSERT_EQ(rpl.size(), 1u);
     EXPECT_EQ(rpl[0], "scsi /dev/sg0 REPORT_LUNS 2:0:0:0 alloc=816 -> status=0");
     EXPECT_TRUE(bed.log_clean());
+}
+
+// Kernels from 6.1 on refuse the to-and-from transfer every read is sent with: no command reaches
+// a target, and each one's listing fails alone.
+TEST(FcpimLunlist, SgThatRefusesToAndFromTransfersFailsEveryReportLuns) {
+    Bed bed = Bed::from_json(host(mixed_rports(), {{"sg_to_from", "refused"}}));
+    EXPECT_TRUE(prints(bed.qmx({"fcpim", "--lunlist", "1/0", "-v"}),
+                       kVerboseHead + "Report Luns failed\nReport Luns failed\n" + kVerboseTail));
+    EXPECT_EQ(bed.bad_lines(),
+              strings{"BAD scsi /dev/sg0 SG_IO: to-and-from transfer (refused from kernel 6.1 on) -> errno=ENOMEM"});
 }
 
 TEST(FcpimLunlist, VerboseRowsAskEachLunThroughItsOwnNodeOrAnother) {
