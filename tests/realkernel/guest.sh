@@ -1,7 +1,7 @@
 #!/bin/sh
 # Runs inside the test kernel (run.sh boots it): loads scsi_debug with each case's parameters,
 # makes a bed whose SCSI side is this kernel's, and prints what qmx and the SCSI tools say on it
-# between markers. run.sh compares the whole output with expected.txt.
+# between markers. run.sh compares the whole output with expected-SUITE.txt.
 PATH=/rk:/usr/bin:/bin:/sbin:/usr/sbin
 bed=/tmp/bed
 
@@ -101,6 +101,20 @@ check "flat-space LUNs: lunlist -v" on_bed qmx fcpim --lunlist 1/0 -v
 sdebug ptype=1 dev_size_mb=8
 check "tape: the kernel's view" on_bed lsscsi -g
 check "tape: lunlist -v" on_bed qmx fcpim --lunlist 1/0 -v
+
+# ---- LUN masking: a LUN deleted from an enabled mask leaves the kernel --------------------------
+sdebug max_luns=3 dev_size_mb=8
+rp=50:00:0d:5e:00:00:00:00
+check "mask: enable" on_bed qmx fcpim --lunmaskenable 1/0
+check "mask: add LUN 1" on_bed qmx fcpim --lunmaskadd 1/0 $rp 0001-0000-0000-0000
+check "mask: the LUNs of the list" on_bed qmx fcpim --lunlist 1/0
+check "mask: delete LUN 1" on_bed qmx fcpim --lunmaskdelete 1/0 $rp 0001-0000-0000-0000
+check "mask: the kernel's devices" ls -1 /sys/class/scsi_device
+# A real rescan knows no mask: after the next add the kernel has LUN 1 again.
+check "mask: add LUN 2" on_bed qmx fcpim --lunmaskadd 1/0 $rp 0002-0000-0000-0000
+check "mask: the kernel's devices" ls -1 /sys/class/scsi_device
+check "mask: the LUNs of the list" on_bed qmx fcpim --lunlist 1/0
+check "bad lines" bad_lines
 
 # ---- a second host that is not the bed's ------------------------------------------------------
 sdebug add_host=2 dev_size_mb=8

@@ -1,18 +1,22 @@
 #!/usr/bin/env bash
 # The real-kernel tier of the SCSI paths: boots a Debian kernel under qemu with scsi_debug, runs
 # guest.sh there (qmx and SCSI tools on beds whose SCSI side is that kernel's), and compares what
-# the guest printed on its serial console with expected.txt.
+# the guest printed on its serial console with expected-SUITE.txt.
 #
-#   run.sh QMX KVOSIM WORKDIR       (libkvosim.so next to KVOSIM; WORKDIR keeps the kernel cache)
+#   run.sh QMX KVOSIM WORKDIR SUITE   (libkvosim.so next to KVOSIM; WORKDIR keeps the kernel cache;
+#                                      SUITE: the Debian release whose kernel boots, e.g. bookworm)
 #
 # Exit status: 0 passed, 1 failed, 77 skipped (no qemu or kernel to be had, or the guest did not
-# boot): a skip always says why. The kernel is fetched with apt-get download and unpacked with
-# dpkg -x into WORKDIR, never installed; missing tools are installed from Debian when run as root.
+# boot): a skip always says why. The kernel is fetched with apt-get download (from the suite's
+# package lists, kept in WORKDIR apart from the machine's) and unpacked with dpkg -x into WORKDIR,
+# never installed; missing tools are installed from Debian when run as root.
 set -euo pipefail
 export PATH=$PATH:/usr/sbin:/sbin LC_ALL=C
 here=$(cd "$(dirname "$0")" && pwd)
-[ $# -eq 3 ] || { echo "usage: $0 QMX KVOSIM WORKDIR" >&2; exit 2; }
-qmx=$(realpath "$1") kvosim=$(realpath "$2") work=$(mkdir -p "$3" && realpath "$3")
+[ $# -eq 4 ] || { echo "usage: $0 QMX KVOSIM WORKDIR SUITE" >&2; exit 2; }
+qmx=$(realpath "$1") kvosim=$(realpath "$2") work=$(mkdir -p "$3" && realpath "$3") suite=$4
+expected=$here/expected-$suite.txt
+[ -f "$expected" ] || { echo "no $expected" >&2; exit 2; }
 lib=$(dirname "$kvosim")/libkvosim.so
 tools=(lsscsi sg_luns)
 skip() { echo "SKIP: $*"; exit 77; }
@@ -38,23 +42,34 @@ if [ ${#missing[@]} -gt 0 ]; then
   apt_install "${missing[@]}" || skip "could not install ${missing[*]}: $(tail -1 "$work/apt.log")"
 fi
 
-# ---- the kernel: the package linux-image-amd64 depends on, unpacked into the cache --------------
-kernel_pkg() { apt-cache depends linux-image-amd64 2>/dev/null | awk '$1 == "Depends:" && $2 ~ /^linux-image-[0-9]/ { print $2; exit }'; }
-pkg=$(kernel_pkg)
-if [ -z "$pkg" ] && [ "$(id -u)" -eq 0 ]; then apt-get update -qq >/dev/null 2>&1 || true; pkg=$(kernel_pkg); fi
-[ -n "$pkg" ] || skip "apt knows no kernel package (linux-image-amd64)"
+# ---- the kernel: the package the suite's linux-image-amd64 depends on, unpacked into the cache --
+aptdir=$work/apt
+mkdir -p "$aptdir/lists/partial" "$aptdir/cache/archives/partial"
+echo "deb http://deb.debian.org/debian $suite main" >"$aptdir/sources.list"
+apt_opts=(-o "Dir::Etc::SourceList=$aptdir/sources.list" -o "Dir::Etc::SourceParts=/nonexistent"
+  -o "Dir::State::Lists=$aptdir/lists" -o "Dir::Cache=$aptdir/cache")
+kernel_pkg() {
+  apt-cache "${apt_opts[@]}" depends linux-image-amd64 2>/dev/null |
+    awk '$1 == "Depends:" && $2 ~ /^linux-image-[0-9]/ { print $2; exit }'
+}
+pkg=$(kernel_pkg) || true
+[ -n "$pkg" ] || { apt-get "${apt_opts[@]}" update -qq >"$work/apt-update.log" 2>&1 || true; pkg=$(kernel_pkg) || true; }
+[ -n "$pkg" ] || skip "no kernel package for $suite: $(tail -1 "$work/apt-update.log")"
 kdir=$work/cache/$pkg
 if [ ! -f "$kdir/kver" ]; then
   echo "fetching $pkg"
   tmp=$(mktemp -d "$work/fetch.XXXXXX")
   trap 'rm -rf "$tmp"' EXIT
-  (cd "$tmp" && apt-get download -qq "$pkg" >"$tmp/log" 2>&1) || skip "apt-get download $pkg failed: $(tail -1 "$tmp/log")"
+  (cd "$tmp" && apt-get "${apt_opts[@]}" download -qq "$pkg" >"$tmp/log" 2>&1) || skip "apt-get download $pkg failed: $(tail -1 "$tmp/log")"
   dpkg -x "$tmp"/*.deb "$tmp/x" && kver=$(ls "$tmp/x/lib/modules") && [ -f "$tmp/x/boot/vmlinuz-$kver" ] ||
     skip "$pkg: no kernel and modules in the package"
   depmod -b "$tmp/x" "$kver"
   rm -rf "$kdir" && mkdir -p "$kdir/lib/modules/$kver"
-  # The SCSI modules and what they need (crc64_rocksoft_generic is asked for by name at run time).
-  modprobe -d "$tmp/x" -S "$kver" --show-depends -a sd_mod sg st scsi_debug crc64_rocksoft_generic |
+  # The SCSI modules and what they need (6.1's crc64_rocksoft_generic is asked for by name at run
+  # time).
+  mods=(sd_mod sg st scsi_debug)
+  [ -z "$(find "$tmp/x/lib/modules/$kver" -name 'crc64_rocksoft_generic.ko*')" ] || mods+=(crc64_rocksoft_generic)
+  modprobe -d "$tmp/x" -S "$kver" --show-depends -a "${mods[@]}" |
     awk '$1 == "insmod" { print $2 }' | sort -u | while read -r m; do
       rel=${m#"$tmp/x/"}
       mkdir -p "$kdir/$(dirname "$rel")" && cp "$m" "$kdir/$rel"
@@ -120,8 +135,8 @@ if ! grep -q '^@@@ guest done$' "$log.txt"; then
   exit 1
 fi
 sed -n '/^@@@ guest up/,/^@@@ guest done/p' "$log.txt" | sed '1d;$d' >"$work/actual.txt"
-if ! diff -u "$here/expected.txt" "$work/actual.txt"; then
-  echo "FAIL: the guest's output differs from expected.txt (above; serial log in $log)"
+if ! diff -u "$expected" "$work/actual.txt"; then
+  echo "FAIL: the guest's output differs from $(basename "$expected") (above; serial log in $log)"
   exit 1
 fi
 echo "PASS"
