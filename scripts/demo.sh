@@ -9,6 +9,6 @@ scripts/setup.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
 cmake --build build -j"$(nproc)" --target qmx kvosim kvosim_preload >/dev/null
 bed=${QMX_DEMO_BED:-/tmp/qmx-demo}
-[ -f "$bed/state.json" ] || build/sim/kvosim create "$bed" --preset demo >/dev/null
+[ -f "$bed/state.json" ] || build/sim/kvosim create "$bed" --preset demo --sg-to-from read >/dev/null
 [ $# -gt 0 ] || set -- adapter --list
 exec build/sim/kvosim run "$bed" -- build/qmx "$@"
