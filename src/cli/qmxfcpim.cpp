@@ -303,16 +303,23 @@ std::string qmx_fcpim_lun_size(int64_t last_lba, int64_t block_len) {
 }
 
 std::string qmx_fcpim_inquiry_columns(std::span<const uint8_t, 36> inq) {
-    char text[32];
-    snprintf(text, sizeof(text), "%-8.8s ", reinterpret_cast<const char*>(&inq[8]));
-    std::string s = text;
+    // The target writes these fields: a byte that is not printable shows as '?', so that a
+    // garbled answer cannot disturb the terminal. A NUL ends a field.
+    auto shown = [](uint8_t c) { return c < 0x20 || c >= 0x7f ? '?' : static_cast<char>(c); };
+    // A field up to its first NUL, padded with blanks to its width.
+    auto padded = [&](size_t from, size_t width) {
+        std::string f;
+        for (size_t i = from; i < from + width && inq[i] != '\0'; ++i) f += shown(inq[i]);
+        f.resize(width, ' ');
+        return f;
+    };
+    std::string s = padded(8, 8) + ' ';
     // The product up to and including its first blank.
     for (size_t i = 16; i < 32 && inq[i] != '\0'; ++i) {
-        s += static_cast<char>(inq[i]);
+        s += shown(inq[i]);
         if (inq[i] == ' ') break;
     }
-    snprintf(text, sizeof(text), " %-4.4s", reinterpret_cast<const char*>(&inq[32]));
-    return s + text;
+    return s + ' ' + padded(32, 4);
 }
 
 int qmx_fcpim_scsitest_commands(kvol_t* h, wwn_t lpwwn, wwn_t rpwwn, uint32_t hlun) {

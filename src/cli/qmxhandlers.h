@@ -100,7 +100,8 @@ int qmx_fcpim_lunlist_hdlr(char** argv, int argc, qmx_id_t* id);
 // The SCSI columns of a verbose LUN row (vendor, product, revision, size) for the LUN whose
 // kernel number is hlun; the status the commands ended with (the row goes on regardless).
 int qmx_fcpim_scsitest_commands(kvol_t* h, wwn_t lpwwn, wwn_t rpwwn, uint32_t hlun);
-// The vendor, product (up to its first blank) and revision columns of standard INQUIRY data.
+// The vendor, product (up to its first blank) and revision columns of standard INQUIRY data,
+// bytes that are not printable shown as '?'.
 std::string qmx_fcpim_inquiry_columns(std::span<const uint8_t, 36> inq);
 // The size column: last LBA times block length, "  -----" when the product is negative.
 std::string qmx_fcpim_lun_size(int64_t last_lba, int64_t block_len);

@@ -179,6 +179,20 @@ TEST(LunlistColumns, InquiryVendorProductUpToItsFirstBlankAndRevision) {
     EXPECT_EQ(inq("AB", "XY", "9"), "AB       XY 9   ");
 }
 
+TEST(LunlistColumns, InquiryBytesThatAreNotPrintableShowAsQuestionMarks) {
+    // The target writes these fields: control characters and bytes from 0x7F on would reach
+    // the terminal as they are. Each keeps its place; a NUL still ends its field.
+    uint8_t d[36] = {};
+    memcpy(d + 8, "AC\x1b[2J\x7f\x80", 8);
+    memcpy(d + 16, "Disk\nX\tY Z", 10);
+    memcpy(d + 32, "\x01\xff", 2);
+    EXPECT_EQ(qmx_fcpim_inquiry_columns(d), "AC?[2J?? Disk?X?Y  ??  ");
+    memcpy(d + 8, "\x07" "B\0\x1b" "CDEF", 8);
+    memcpy(d + 16, "\r", 2);
+    memcpy(d + 32, " \x9b" "1\0", 4);
+    EXPECT_EQ(qmx_fcpim_inquiry_columns(d), "?B       ?  ?1 ");
+}
+
 TEST(LunlistColumns, SizeOfLastLbaTimesBlockLength) {
     struct Case {
         int64_t last_lba;
