@@ -31,10 +31,12 @@ struct Interrupt {
 };
 
 // Runs argv (argv[0] a path) with `input` on standard input; the child gets `env_add` on top
-// of this process's environment. Gives up after `timeout_s` seconds (status -1, killed). With
+// of this process's environment. Gives up after `timeout_s` seconds (status -1, killed): a guard
+// against hangs, not a time limit (a boot update of every adapter of the large host takes about
+// two minutes in the sanitizer build on a busy machine). With
 // an interrupt, its signal is sent once (to the program, which kvosim run becomes).
 Result run_process(const std::vector<std::string>& argv, const std::string& input = "",
-                const std::vector<std::string>& env_add = {}, int timeout_s = 120,
+                const std::vector<std::string>& env_add = {}, int timeout_s = 240,
                 const Interrupt* interrupt = nullptr);
 
 // Paths of the built programs.
