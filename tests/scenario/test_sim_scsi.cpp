@@ -151,6 +151,8 @@ TEST(SimScsi, MalformedSgIoIsRefusedAsTheKernelDoes) {
         {"/dev/sg0", "cmd_len", "5", "errno=90"},       {"/dev/sg0", "cmd_len", "17", "errno=90"},
         {"/dev/sg0", "dxfer_direction", "3", "errno=22"}, {"/dev/sg0", "iovec_count", "2", "errno=22"},
         {"/dev/sg0", "dxferp", "0", "errno=14"},        {"/dev/sg0", "header", "0", "errno=14"},
+        // To and from the device (-4): sg refuses it, as kernels from 6.1 on do.
+        {"/dev/sg0", "dxfer_direction", "-4", "errno=12"},
     };
     for (const Case& c : cases) {
         Result r = bed.probe({"sgio", c.node, c.field, c.val});
@@ -159,6 +161,11 @@ TEST(SimScsi, MalformedSgIoIsRefusedAsTheKernelDoes) {
     EXPECT_EQ(bed.bad_lines().size(), std::size(cases));
     EXPECT_EQ(bed.probe({"sgio", "/dev/sg0", "none"}).out, "rc=0 status=0 resid=0 info=0\n");
     EXPECT_EQ(bed.probe({"sgio", "/dev/sg99", "none"}).out.substr(0, 12), "rc=-1 errno=");
+    // The block layer maps the buffer and takes to-and-from as a read; so does sg on a bed whose
+    // kernel is older than 6.1.
+    EXPECT_EQ(bed.probe({"sgio", "/dev/sda", "dxfer_direction", "-4"}).out, "rc=0 status=0 resid=0 info=0\n");
+    Bed older = Bed::preset("demo", {"--sg-to-from", "read"});
+    EXPECT_EQ(older.probe({"sgio", "/dev/sg0", "dxfer_direction", "-4"}).out, "rc=0 status=0 resid=0 info=0\n");
 }
 
 TEST(SimScsi, DeleteAndScanThroughAShellReuseTheLowestFreeNames) {
