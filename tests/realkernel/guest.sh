@@ -68,6 +68,15 @@ list_all() {
   same_disks </tmp/lunlist
 }
 
+# One INQUIRY through SG_IO straight to the kernel (no bed): to and from the device on an sg node
+# and on a disk's block node, then from the device on the sg node. The emulated sg answers as
+# the kernel does here (sim/README.md, SCSI nodes).
+sgio_directions() {
+  kvosim_probe sgio /dev/sg0 dxfer_direction -4
+  kvosim_probe sgio /dev/sda dxfer_direction -4
+  kvosim_probe sgio /dev/sg0 dxfer_direction -3
+}
+
 # The REPORT LUNS commands scsi_debug logged (while its opts has bit 0, noise, set).
 report_luns_seen() { dmesg | sed -n 's/.*scsi_debug: tag=[^,]*, cmd \(a0 .*[^ ]\) *$/\1/p'; }
 
@@ -78,6 +87,7 @@ check "lsscsi on the bed" on_bed lsscsi -g
 check "lunlist" on_bed qmx fcpim --lunlist 1/0
 check "lunlist -v" on_bed qmx fcpim --lunlist 1/0 -v
 check "bad lines" bad_lines
+check "SG_IO: to and from on sg and on sda, from on sg" sgio_directions
 
 # ---- a disk over 2 TiB: READ CAPACITY(10) cannot say its size ---------------------------------
 sdebug virtual_gb=3000 dev_size_mb=8

@@ -17,7 +17,7 @@ here=$(cd "$(dirname "$0")" && pwd)
 qmx=$(realpath "$1") kvosim=$(realpath "$2") work=$(mkdir -p "$3" && realpath "$3") suite=$4
 expected=$here/expected-$suite.txt
 [ -f "$expected" ] || { echo "no $expected" >&2; exit 2; }
-lib=$(dirname "$kvosim")/libkvosim.so
+lib=$(dirname "$kvosim")/libkvosim.so probe=$(dirname "$kvosim")/kvosim_probe
 tools=(lsscsi sg_luns)
 skip() { echo "SKIP: $*"; exit 77; }
 started=$(date +%s)
@@ -89,10 +89,10 @@ mkdir -p "$root"/{bin,sbin,usr/bin,usr/sbin,proc,sys,dev,tmp,rk,lib/modules}
 cp "$(command -v busybox)" "$root/bin/busybox"
 cp -a "$kdir/lib/modules/$kver" "$root/lib/modules/"
 depmod -b "$root" "$kver"
-cp "$qmx" "$kvosim" "$lib" "$here/guest.sh" "$here/host.json" "$root/rk/"
+cp "$qmx" "$kvosim" "$lib" "$probe" "$here/guest.sh" "$here/host.json" "$root/rk/"
 for t in "${tools[@]}"; do cp "$(command -v "$t")" "$root/usr/bin/"; done
 # The libraries the dynamic programs need, at the paths the loader looks for them.
-for f in "$root"/rk/qmx "$root"/rk/kvosim "$root"/rk/libkvosim.so "${tools[@]/#/$root/usr/bin/}"; do
+for f in "$root"/rk/qmx "$root"/rk/kvosim "$root"/rk/libkvosim.so "$root"/rk/kvosim_probe "${tools[@]/#/$root/usr/bin/}"; do
   ldd "$f" | awk '$2 == "=>" && $3 ~ /^\// { print $3 } $1 ~ /^\// { print $1 }'
 done | sort -u | while read -r l; do
   mkdir -p "$root$(dirname "$l")" && cp -L "$l" "$root$l"
