@@ -64,6 +64,13 @@ std::string str(const json& j, const char* key, const std::string& def, const st
     return s;
 }
 
+// A host setting that is one of two words, `def` when absent: true for `other`.
+bool either(const json& j, const char* key, const std::string& def, const std::string& other) {
+    const std::string v = str(j, key, def, "host", 15);
+    if (v != def && v != other) fail(std::string("host.") + key, "must be " + def + " or " + other);
+    return v == other;
+}
+
 bool boolean(const json& j, const char* key, bool def, const std::string& where) {
     auto it = j.find(key);
     if (it == j.end() || it->is_null()) return def;
@@ -459,21 +466,11 @@ Host host_from_json(const json& j) {
     require_object(j, "host");
     Host h;
     h.driver_ver = str(j, "driver_version", h.driver_ver, "host", 63);
-    const std::string order = str(j, "sysfs_order", "sorted", "host", 15);
-    if (order != "sorted" && order != "hash") fail("host.sysfs_order", "must be sorted or hash");
-    h.hash_order = order == "hash";
-    const std::string layout = str(j, "sysfs_layout", "current", "host", 15);
-    if (layout != "current" && layout != "old") fail("host.sysfs_layout", "must be current or old");
-    h.old_layout = layout == "old";
-    const std::string scsi = str(j, "scsi", "emulated", "host", 15);
-    if (scsi != "emulated" && scsi != "kernel") fail("host.scsi", "must be emulated or kernel");
-    h.kernel_scsi = scsi == "kernel";
-    const std::string sleep = str(j, "sleep", "real", "host", 15);
-    if (sleep != "real" && sleep != "io_clock") fail("host.sleep", "must be real or io_clock");
-    h.sleep_on_io_clock = sleep == "io_clock";
-    const std::string to_from = str(j, "sg_to_from", "refused", "host", 15);
-    if (to_from != "refused" && to_from != "read") fail("host.sg_to_from", "must be refused or read");
-    h.sg_to_from_read = to_from == "read";
+    h.hash_order = either(j, "sysfs_order", "sorted", "hash");
+    h.old_layout = either(j, "sysfs_layout", "current", "old");
+    h.kernel_scsi = either(j, "scsi", "emulated", "kernel");
+    h.sleep_on_io_clock = either(j, "sleep", "real", "io_clock");
+    h.sg_to_from_read = either(j, "sg_to_from", "refused", "read");
     std::set<std::string> pcis, ethnames, serials;
     std::set<int> hosts;
     bool any_kvo = false, any_tqe = false;
