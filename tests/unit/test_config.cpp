@@ -1,4 +1,5 @@
 // The configuration file's text helpers, parser and writer, on temporary files.
+#include <algorithm>
 #include <sstream>
 #include <vector>
 
@@ -154,10 +155,9 @@ TEST(ConfigText, ListsBecomeBitmapsAndBack) {
     EXPECT_EQ(kvol_listtobmp(" "), 0x1u);  // an empty list reads as number 0
 
     auto list = [](uint32_t bmp) { return written_by([=](FILE* fp) { kvol_bmptolist(fp, bmp); }); };
-    EXPECT_EQ(list(0x9), "0, 3;\n");
-    EXPECT_EQ(list(0x80000001u), "0, 31;\n");
-    EXPECT_EQ(list(0x4), "2;\n");
-    EXPECT_EQ(list(0), "");
+    for (const auto& [bmp, text] : {std::pair<uint32_t, const char*>{0x9, "0, 3;\n"},
+                                    {0x80000001u, "0, 31;\n"}, {0x4, "2;\n"}, {0, ""}})
+        EXPECT_EQ(list(bmp), text) << bmp;
 }
 
 TEST(ConfigText, GetlineSplitsAt1023Characters) {
@@ -191,9 +191,8 @@ TEST_F(ConfigTest, InstanceLinesAcceptBlanksAndRefuseInstancesPast127) {
         "kvo5-port-speed = 32");  // no newline at the end of the file
     for (const auto& [i, speed] : {std::pair{3, 8u}, {4, 8u}, {0, 2u}, {127, 16u}, {5, 32u}})
         EXPECT_EQ(ioc_config_data[i].speed, speed) << i;
-    int with_speed = 0;
-    for (const auto& r : ioc_config_data) with_speed += (r.flags[0] & KVOL_W0_SPEED) ? 1 : 0;
-    EXPECT_EQ(with_speed, 5);
+    EXPECT_EQ(std::count_if(std::begin(ioc_config_data), std::end(ioc_config_data),
+                            [](const auto& r) { return r.flags[0] & KVOL_W0_SPEED; }), 5);
 }
 
 TEST_F(ConfigTest, CommentsOnlyWhenHashIsTheFirstCharacter) {
@@ -295,10 +294,9 @@ TEST_F(ConfigTest, LongPhysicalLinesAreParsedAsSeveralLines) {
     first += long_text(1023 - first.size(), ' ');
     std::string name_line = "kvo2-port-name = \"" + long_text(1400, 'A') + "\";\n";
     load(first + "kvo3-port-speed = 4;\n" + name_line + "kvo4-port-speed = 2;\n");
-    EXPECT_EQ(ioc_config_data[1].speed, 8u);
-    EXPECT_EQ(ioc_config_data[3].speed, 4u);
+    for (const auto& [i, speed] : {std::pair{1, 8u}, {3, 4u}, {4, 2u}})
+        EXPECT_EQ(ioc_config_data[i].speed, speed) << i;
     EXPECT_EQ(std::string(ioc_config_data[2].name), long_text(127, 'A'));
-    EXPECT_EQ(ioc_config_data[4].speed, 2u);
     for (int i = 5; i < KVOL_CFG_MAX_IOC; ++i) EXPECT_EQ(ioc_config_data[i].flags[0], 0u) << i;
 }
 

@@ -8,7 +8,7 @@
 #include <cstring>
 #include <fstream>
 #include <initializer_list>
-#include <sstream>
+#include <iterator>
 #include <string>
 
 #include "kvol_config.h"
@@ -50,9 +50,7 @@ protected:
     }
     std::string read_file() const {
         std::ifstream in(path_, std::ios::binary);
-        std::stringstream ss;
-        ss << in.rdbuf();
-        return ss.str();
+        return {std::istreambuf_iterator<char>(in), {}};
     }
     // Writes text, loads it and keeps the lock (the caller syncs or the fixture unloads).
     void load(const std::string& text) const {
