@@ -205,9 +205,7 @@ TEST(Identifiers, NoAdapterPresent) {
 
     // Without the drivers the scan itself fails, before any word is looked at.
     Bed empty = Bed::preset("empty");
-    for (const std::vector<std::string>& args :
-         {std::vector<std::string>{"port", "--query", "1/0"},
-          std::vector<std::string>{"vhba", "--create", "1/1"}}) {
-        expect_refused(empty, args, 133, "ERROR: Torvane adapter/driver not installed or loaded \n");
-    }
+    const std::string no_driver = "ERROR: Torvane adapter/driver not installed or loaded \n";
+    expect_refused(empty, {"port", "--query", "1/0"}, 133, no_driver);
+    expect_refused(empty, {"vhba", "--create", "1/1"}, 133, no_driver);
 }
