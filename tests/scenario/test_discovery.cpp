@@ -2,7 +2,6 @@
 // which node and in which order, how the tree groups the functions, what a missing driver,
 // node or host entry does, how driver and system-call failures surface, and the 128-function
 // limit.
-#include <cctype>
 #include <string>
 #include <vector>
 
@@ -73,10 +72,7 @@ std::string list_row(int ad, int np, const char* hw, const char* type, const cha
 
 TEST(DiscoveryScan, AsksEveryFunctionInScanOrderOnTheNodeChosenForIt) {
     Bed bed = Bed::from_json(kNodes);
-    Result r = bed.qmx({"adapter", "--count"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, "3\n");
-    EXPECT_EQ(r.err, "");
+    EXPECT_TRUE(scen::prints(bed.qmx({"adapter", "--count"}), "3\n"));
     // IOC scan: storage functions in address order (bsg node, then the fc_host node, then the
     // control node), then the Ethernet function on /dev/tqe. Then the adapter scan: attributes
     // and information of every IOC, in the same order and on the same nodes.
@@ -105,15 +101,12 @@ TEST(DiscoveryScan, AsksEveryFunctionInScanOrderOnTheNodeChosenForIt) {
 
 TEST(DiscoveryScan, TreeNumbersAdaptersByTheirFirstFunctionAndCountsPorts) {
     Bed bed = Bed::from_json(kNodes);
-    Result r = bed.qmx({"adapter", "--list"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.err, "");
     // The CNA is numbered after the two HBAs: its first IOC in the list is its FCoE function.
-    EXPECT_EQ(r.out, kRule + "\n" + kHead + "\n" + kRule + "\n" +
+    EXPECT_TRUE(scen::prints(bed.qmx({"adapter", "--list"}), kRule + "\n" + kHead + "\n" + kRule + "\n" +
                          list_row(1, 2, "0000:03:00.0", "FC", "TV-1862", "TVA0000001") + "\n" +
                          list_row(2, 1, "0000:04:00.0", "FC", "TV-1862", "TVB0000002") + "\n" +
                          list_row(3, 1, "0000:05:00.0", "CNA", "TV-1867", "TVC0000003") + "\n" +
-                         kRule + "\n");
+                         kRule + "\n"));
     EXPECT_TRUE(bed.log_clean());
 }
 
@@ -122,20 +115,17 @@ TEST(DiscoveryScan, EveryAdapterAndFunctionIsRegisteredInTheConfigurationFile) {
     bed.remove_conf();
     ASSERT_EQ(bed.qmx({"adapter", "--count"}).status, 0);
     const std::string conf = bed.conf().value_or("");
-    for (const char* wwn : {"10:00:00:e1:f2:0a:00:00", "10:00:00:e1:f2:0a:00:01",
-                            "10:00:00:e1:f2:0b:00:00", "10:00:00:e1:f2:0c:00:00"})
-        EXPECT_NE(conf.find(wwn), std::string::npos) << wwn << "\n" << conf;
-    EXPECT_NE(conf.find("02:e1:f2:0c:00:00"), std::string::npos) << conf;
+    for (const char* id : {"10:00:00:e1:f2:0a:00:00", "10:00:00:e1:f2:0a:00:01", "10:00:00:e1:f2:0b:00:00",
+                           "10:00:00:e1:f2:0c:00:00", "02:e1:f2:0c:00:00"})
+        EXPECT_NE(conf.find(id), std::string::npos) << id << "\n" << conf;
 }
 
 // ---- Drivers present or absent ----------------------------------------------------------------
 
 TEST(DiscoveryDrivers, StorageDriverAloneFindsItsAdaptersAndTheCommandGoesOn) {
     Bed bed = Bed::preset("fc");
-    Result r = bed.qmx({"adapter", "--count"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, "1\n");
-    EXPECT_EQ(r.err, "");  // the Ethernet driver's absence is not reported
+    // The Ethernet driver's absence is not reported.
+    EXPECT_TRUE(scen::prints(bed.qmx({"adapter", "--count"}), "1\n"));
     const std::vector<std::string> log = bed.log();
     EXPECT_EQ(count_with(log, "tqe "), 0u);
     EXPECT_EQ(count_with(log, " IOC_GET_INFO "), 4u);  // two functions, two scans
@@ -196,14 +186,10 @@ TEST(DiscoveryFunctions, MissingTransportNodesFallBackToTheControlNode) {
     Bed bed = Bed::from_json(kNodes);
     bed.fault({"missing", "/dev/bsg/fc_host5"});
     bed.fault({"missing", "/dev/fc_host3"});
-    Result r = bed.qmx({"adapter", "--count"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(r.out, "3\n");
+    EXPECT_TRUE(scen::prints(bed.qmx({"adapter", "--count"}), "3\n"));
     const std::vector<std::string> reqs = ioc_requests(bed);
     ASSERT_GE(reqs.size(), 3u);
-    EXPECT_EQ(reqs[0], "ioctl /dev/kvo IOC_GET_INFO kvod=0 -> status=0");
-    EXPECT_EQ(reqs[1], "ioctl /dev/kvo IOC_GET_INFO kvod=1 -> status=0");
-    EXPECT_EQ(reqs[2], "ioctl /dev/kvo IOC_GET_INFO kvod=2 -> status=0");
+    for (size_t i = 0; i < 3; i++) EXPECT_EQ(reqs[i], "ioctl /dev/kvo IOC_GET_INFO kvod=" + std::to_string(i) + " -> status=0");
     EXPECT_EQ(count_with(reqs, "/dev/kvo IOC_GET_ATTR"), 3u);
     EXPECT_TRUE(bed.log_clean());
 }
@@ -211,54 +197,37 @@ TEST(DiscoveryFunctions, MissingTransportNodesFallBackToTheControlNode) {
 TEST(DiscoveryFunctions, NodeThatCannotBeOpenedEndsTheDriversScanAsNoDriver) {
     Bed bed = Bed::preset("fc");
     bed.fault({"open", "/dev/bsg/fc_host5"});
-    Result r = bed.qmx({"adapter", "--list"});
-    EXPECT_EQ(r.status, 133);
-    EXPECT_EQ(r.out, "");
-    EXPECT_EQ(r.err, "ERROR: Torvane adapter/driver not installed or loaded \n");
+    EXPECT_TRUE(scen::fails(bed.qmx({"adapter", "--list"}), 133, "ERROR: Torvane adapter/driver not installed or loaded \n"));
     // Nothing is sent after the failed open: the scan of that driver ended there.
     EXPECT_EQ(bed.log(), (std::vector<std::string>{"open /dev/bsg/fc_host5 -> errno=EACCES (fault)"}));
 }
 
 // ---- Failures of the requests themselves -------------------------------------------------------
 
-struct ErrnoCase {
-    const char* err;
-    int status;
-    const char* text;
-};
-
-class DiscoveryErrno : public ::testing::TestWithParam<ErrnoCase> {};
-
-TEST_P(DiscoveryErrno, FailedSystemCallIsMappedToItsStatus) {
-    const ErrnoCase& c = GetParam();
-    Bed bed = Bed::preset("fc");
-    bed.fault({"request", "IOC_GET_ATTR", "errno", c.err, "times", "1"});
-    Result r = bed.qmx({"adapter", "--count"});
-    EXPECT_EQ(r.status, c.status);
-    EXPECT_EQ(r.out, "");
-    EXPECT_EQ(r.err, std::string("ERROR: ") + c.text + "\n");
-    // The scan stops at the failed request.
-    EXPECT_EQ(count_with(bed.log(), " IOC_GET_ATTR "), 1u);
-    // The next command scans afresh.
-    Result again = bed.qmx({"adapter", "--count"});
-    EXPECT_EQ(again.status, 0);
-    EXPECT_EQ(again.out, "1\n");
-    EXPECT_TRUE(bed.log_clean());
+// A failed system call is mapped to its status; a driver status is the command's status.
+TEST(DiscoveryErrno, FailedRequestEndsTheScanWithItsStatusAndMessage) {
+    const struct {
+        const char* kind;
+        const char* err;
+        int status;
+        const char* text;
+    } cases[] = {{"errno", "95", 26, "Command/API not supported "},
+                 {"errno", "2", 1, "Operation failed "},
+                 {"errno", "EACCES", 1, "Operation failed "},
+                 {"errno", "EIO", 42, "I/O error "},
+                 {"errno", "ENOTTY", 43, "Inappropriate I/O control operation "},
+                 {"status", "13", 13, "Device busy - Retry operation "}};
+    for (const auto& c : cases) {
+        Bed bed = Bed::preset("fc");
+        bed.fault({"request", "IOC_GET_ATTR", c.kind, c.err, "times", "1"});
+        EXPECT_TRUE(scen::fails(bed.qmx({"adapter", "--count"}), c.status, std::string("ERROR: ") + c.text + "\n")) << c.err;
+        // The scan stops at the failed request.
+        EXPECT_EQ(count_with(bed.log(), " IOC_GET_ATTR "), 1u) << c.err;
+        // The next command scans afresh.
+        EXPECT_TRUE(scen::prints(bed.qmx({"adapter", "--count"}), "1\n")) << c.err;
+        EXPECT_TRUE(bed.log_clean()) << c.err;
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Errnos, DiscoveryErrno,
-    ::testing::Values(ErrnoCase{"95", 26, "Command/API not supported "},
-                      ErrnoCase{"2", 1, "Operation failed "},
-                      ErrnoCase{"EACCES", 1, "Operation failed "},
-                      ErrnoCase{"EIO", 42, "I/O error "},
-                      ErrnoCase{"ENOTTY", 43, "Inappropriate I/O control operation "}),
-    [](const ::testing::TestParamInfo<ErrnoCase>& info) {
-        std::string name = "errno_";
-        for (char c : std::string(info.param.err))
-            name += std::isalnum(static_cast<unsigned char>(c)) ? c : '_';
-        return name;
-    });
 
 TEST(DiscoveryStatus, DriverStatusOnIocInformationEndsTheScanWithThatStatus) {
     // Both drivers loaded, Ethernet without functions: the storage scan's failure stays the
@@ -268,10 +237,7 @@ TEST(DiscoveryStatus, DriverStatusOnIocInformationEndsTheScanWithThatStatus) {
        "ports": [{"pwwn": "10:00:00:e1:f2:0a:00:00", "functions": [{"pci": "0000:03:00.0", "host": 5}]},
                  {"pwwn": "10:00:00:e1:f2:0a:00:01", "functions": [{"pci": "0000:03:00.1", "host": 6}]}]}]})");
     bed.fault({"request", "IOC_GET_INFO", "status", "56", "instance", "1", "times", "1"});
-    Result r = bed.qmx({"adapter", "--list"});
-    EXPECT_EQ(r.status, 56);
-    EXPECT_EQ(r.out, "");
-    EXPECT_EQ(r.err, "ERROR: IOC failure - Retry if persists contact support \n");
+    EXPECT_TRUE(scen::fails(bed.qmx({"adapter", "--list"}), 56, "ERROR: IOC failure - Retry if persists contact support \n"));
     // The first function was asked, the second refused, and nothing followed: the function
     // already found is left out of the count, so no adapter is built.
     EXPECT_EQ(ioc_requests(bed), (std::vector<std::string>{
@@ -285,9 +251,7 @@ TEST(DiscoveryStatus, ShellCommandsDoNotInheritAnEarlierScanFailure) {
     // was recorded. The first command's failure must not be seen by the second.
     Bed bed = Bed::from_json(R"({"drivers": {"kvo": true, "tqe": true}, "adapters": []})");
     bed.fault({"open", "/dev/tqe", "times", "1"});
-    Result one = bed.qmx({"adapter", "--count"});
-    EXPECT_EQ(one.status, 133);
-    EXPECT_EQ(one.err, "ERROR: Torvane adapter/driver not installed or loaded \n");
+    EXPECT_TRUE(scen::fails(bed.qmx({"adapter", "--count"}), 133, "ERROR: Torvane adapter/driver not installed or loaded \n"));
 
     bed.fault({"open", "/dev/tqe", "times", "1"});
     Result r = bed.shell("adapter --count\nadapter --count\n");

@@ -73,20 +73,13 @@ void expect_resolved(const Bed& bed, const std::vector<std::string>& args) {
     expect_refused(bed, args, kNotSupported, "ERROR: \"" + args[1] + "\" Command not supported\n\n");
 }
 
-std::string bad_port(const std::string& w) {
-    return "ERROR: port id \"" + w + "\" in command is incorrect\n";
+// The refusal of a word of this kind (port, adapter, pcifn).
+std::string bad(const std::string& kind, const std::string& w) {
+    return "ERROR: " + kind + " id \"" + w + "\" in command is incorrect\n";
 }
-std::string bad_adapter(const std::string& w) {
-    return "ERROR: adapter id \"" + w + "\" in command is incorrect\n";
-}
-std::string bad_pcifn(const std::string& w) {
-    return "ERROR: pcifn id \"" + w + "\" in command is incorrect\n";
-}
-std::string no_storage(const std::string& w) {
-    return "ERROR: Could not find Storage functionality on the port (or adapter) \"" + w + "\"\n";
-}
-std::string no_ethernet(const std::string& w) {
-    return "ERROR: Could not find Ethernet functionality on the port (or adapter) \"" + w + "\"\n";
+// A port (or adapter) without a function of this side (Storage, Ethernet).
+std::string no_side(const std::string& side, const std::string& w) {
+    return "ERROR: Could not find " + side + " functionality on the port (or adapter) \"" + w + "\"\n";
 }
 const std::string kPort0Text =
     "ERROR: Please load driver on first pci function of port 0 of the adapter.\n";
@@ -99,23 +92,19 @@ TEST(Identifiers, NumericPortWordsAreCheckedAgainstTheScan) {
     expect_resolved(bed, {"lport", "--list", "1/0"});
     expect_resolved(bed, {"lport", "--list", "1/1/1"});  // a PCI function by number
     expect_resolved(bed, {"port", "--query", "4/0"});
-    for (const char* w : {"0/0", "9/0", "1/7", "4/1", "3/0", "1/2", "99999999999/0"}) {
-        expect_refused(bed, {"port", "--query", w}, kBadPort, bad_port(w));
-    }
-    // Not numeric, so tried as hardware paths, which match nothing.
-    for (const char* w : {"1/0/1/2", "1a/0", "1//0"}) {
-        expect_refused(bed, {"port", "--query", w}, kBadPort, bad_port(w));
-    }
-    expect_refused(bed, {"lport", "--list", "1/0/9"}, kBadPort, bad_port("1/0/9"));
+    // The last three are not numeric, so tried as hardware paths, which match nothing.
+    for (const char* w : {"0/0", "9/0", "1/7", "4/1", "3/0", "1/2", "99999999999/0", "1/0/1/2", "1a/0", "1//0"})
+        expect_refused(bed, {"port", "--query", w}, kBadPort, bad("port", w));
+    expect_refused(bed, {"lport", "--list", "1/0/9"}, kBadPort, bad("port", "1/0/9"));
     EXPECT_TRUE(bed.log_clean());
 }
 
 TEST(Identifiers, PortStrictCommandsRefuseAFunctionNumber) {
     Bed bed = Bed::from_json(kHost);
     expect_resolved(bed, {"vhba", "--create", "1/0"});
-    expect_refused(bed, {"vhba", "--create", "1/0/2"}, kBadPort, bad_port("1/0/2"));
-    expect_refused(bed, {"vhba", "--create", "1/0/0"}, kBadPort, bad_port("1/0/0"));
-    expect_refused(bed, {"vnic", "--create", "2/0/0"}, kBadPort, bad_port("2/0/0"));
+    expect_refused(bed, {"vhba", "--create", "1/0/2"}, kBadPort, bad("port", "1/0/2"));
+    expect_refused(bed, {"vhba", "--create", "1/0/0"}, kBadPort, bad("port", "1/0/0"));
+    expect_refused(bed, {"vnic", "--create", "2/0/0"}, kBadPort, bad("port", "2/0/0"));
     EXPECT_TRUE(bed.log_clean());
 }
 
@@ -123,10 +112,10 @@ TEST(Identifiers, PortFirstCommandsReachPortsWithoutAStorageFunction) {
     Bed bed = Bed::from_json(kHost);
     expect_resolved(bed, {"vhba", "--create", "2/1"});  // Ethernet only
     expect_resolved(bed, {"vhba", "--create", "4/1"});  // nothing bound; the card has two ports
-    expect_refused(bed, {"vhba", "--create", "4/2"}, kBadPort, bad_port("4/2"));
-    expect_refused(bed, {"vhba", "--create", "9/1"}, kBadPort, bad_port("9/1"));
+    expect_refused(bed, {"vhba", "--create", "4/2"}, kBadPort, bad("port", "4/2"));
+    expect_refused(bed, {"vhba", "--create", "9/1"}, kBadPort, bad("port", "9/1"));
     // A plain port command does not look past the scan.
-    expect_refused(bed, {"bios", "--query", "4/1"}, kBadPort, bad_port("4/1"));
+    expect_refused(bed, {"bios", "--query", "4/1"}, kBadPort, bad("port", "4/1"));
     // The handler would talk to port 0's first function, and adapter 3 has none.
     expect_refused(bed, {"vhba", "--create", "3/1"}, kPort0Absent, kPort0Text);
     expect_refused(bed, {"vhba", "--create", "3/0"}, kPort0Absent, kPort0Text);
@@ -138,17 +127,17 @@ TEST(Identifiers, PcifnFirstCommandsNeedAFunctionNumber) {
     expect_resolved(bed, {"vhba", "--delete", "1/0/0"});
     expect_resolved(bed, {"vhba", "--delete", "1/0/5"});  // not bound yet, still addressable
     expect_resolved(bed, {"vhba", "--delete", "10:00:00:e1:f2:01:00:01"});
-    expect_refused(bed, {"vhba", "--delete", "1/0"}, kBadPcifn, bad_pcifn("1/0"));
-    expect_refused(bed, {"vhba", "--delete", "TVA1000001"}, kBadPort, bad_port("TVA1000001"));
+    expect_refused(bed, {"vhba", "--delete", "1/0"}, kBadPcifn, bad("pcifn", "1/0"));
+    expect_refused(bed, {"vhba", "--delete", "TVA1000001"}, kBadPort, bad("port", "TVA1000001"));
     // An adapter number out of range is a port-id error in either mode.
-    expect_refused(bed, {"vhba", "--delete", "9/0/0"}, kBadPort, bad_port("9/0/0"));
+    expect_refused(bed, {"vhba", "--delete", "9/0/0"}, kBadPort, bad("port", "9/0/0"));
     EXPECT_TRUE(bed.log_clean());
 }
 
 TEST(Identifiers, TheFunctionMustBeOnTheCommandsSide) {
     Bed bed = Bed::from_json(kHost);
-    expect_refused(bed, {"ethboot", "--query", "1/0"}, kNoEthernet, no_ethernet("1/0"));
-    expect_refused(bed, {"bios", "--query", "2/1"}, kNoStorage, no_storage("2/1"));
+    expect_refused(bed, {"ethboot", "--query", "1/0"}, kNoEthernet, no_side("Ethernet", "1/0"));
+    expect_refused(bed, {"bios", "--query", "2/1"}, kNoStorage, no_side("Storage", "2/1"));
     expect_resolved(bed, {"ethboot", "--query", "2/1"});
     expect_resolved(bed, {"bios", "--query", "2/0"});  // the FCoE function
     expect_resolved(bed, {"port", "--query", "2/1"});  // either side will do
@@ -158,17 +147,17 @@ TEST(Identifiers, TheFunctionMustBeOnTheCommandsSide) {
     expect_resolved(bed, {"bios", "--query", "10:00:00:e1:f2:01:00:01"});
     expect_resolved(bed, {"bios", "--query", "20:00:00:E1:F2:01:00:00"});  // node WWN
     expect_refused(bed, {"ethboot", "--query", "10:00:00:e1:f2:01:00:00"}, kBadPort,
-                   bad_port("10:00:00:e1:f2:01:00:00"));
+                   bad("port", "10:00:00:e1:f2:01:00:00"));
     expect_refused(bed, {"bios", "--query", "10:00:00:e1:f2:09:00:00"}, kBadPort,
-                   bad_port("10:00:00:e1:f2:09:00:00"));
+                   bad("port", "10:00:00:e1:f2:09:00:00"));
     // Not 23 characters: taken as a hardware path.
     expect_refused(bed, {"bios", "--query", "10:00:00:e1:f2:01:00"}, kBadPort,
-                   bad_port("10:00:00:e1:f2:01:00"));
+                   bad("port", "10:00:00:e1:f2:01:00"));
 
     // Hardware paths: the side check applies after the lookup.
-    expect_refused(bed, {"bios", "--query", "0000:05:00.1"}, kNoStorage, no_storage("0000:05:00.1"));
+    expect_refused(bed, {"bios", "--query", "0000:05:00.1"}, kNoStorage, no_side("Storage", "0000:05:00.1"));
     expect_refused(bed, {"ethboot", "--query", "0000:03:00.0"}, kNoEthernet,
-                   no_ethernet("0000:03:00.0"));
+                   no_side("Ethernet", "0000:03:00.0"));
     expect_resolved(bed, {"port", "--query", "0000:05:00.1"});  // storage fails, Ethernet holds
     expect_resolved(bed, {"bios", "--query", "0000:07:00.1"});
     EXPECT_TRUE(bed.log_clean());
@@ -177,16 +166,16 @@ TEST(Identifiers, TheFunctionMustBeOnTheCommandsSide) {
 TEST(Identifiers, RangesAndNames) {
     Bed bed = Bed::from_json(kHost);
     expect_resolved(bed, {"port", "--query", "1/0-1/1"});
-    expect_refused(bed, {"port", "--query", "1/0-1/7"}, kBadPort, bad_port("1/0-1/7"));
-    expect_refused(bed, {"bios", "--query", "0/0-1/1"}, kBadPort, bad_port("0/0-1/1"));
+    expect_refused(bed, {"port", "--query", "1/0-1/7"}, kBadPort, bad("port", "1/0-1/7"));
+    expect_refused(bed, {"bios", "--query", "0/0-1/1"}, kBadPort, bad("port", "0/0-1/1"));
     // Either side will do, and the Ethernet attempt comes last: its far end, port 1 of an FC
     // card, has no Ethernet function, and that is what gets reported.
-    expect_refused(bed, {"port", "--query", "0/0-1/1"}, kNoEthernet, no_ethernet("0/0-1/1"));
+    expect_refused(bed, {"port", "--query", "0/0-1/1"}, kNoEthernet, no_side("Ethernet", "0/0-1/1"));
     // A far end that is no number and matches nothing leaves the range open.
     expect_resolved(bed, {"port", "--query", "1/0-nosuch"});
     // Words without "/" or ":" are looked up by name or serial number.
     expect_resolved(bed, {"port", "--query", "TVA4000004"});
-    expect_refused(bed, {"port", "--query", "nosuch"}, kBadPort, bad_port("nosuch"));
+    expect_refused(bed, {"port", "--query", "nosuch"}, kBadPort, bad("port", "nosuch"));
     EXPECT_TRUE(bed.log_clean());
 }
 
@@ -197,7 +186,7 @@ TEST(Identifiers, AdapterWords) {
     }
     // Starts with a digit and has no "/" or ":": an index, even though a serial matches.
     for (const char* w : {"12abc", "0", "5", "1/0", "nosuch", ""}) {
-        expect_refused(bed, {"pcifn", "--list", w}, kBadAdapter, bad_adapter(w));
+        expect_refused(bed, {"pcifn", "--list", w}, kBadAdapter, bad("adapter", w));
     }
     // A command without an identifier kind does not look at the word.
     expect_resolved(bed, {"port", "--list", "no-such-adapter"});
@@ -216,9 +205,7 @@ TEST(Identifiers, NoAdapterPresent) {
 
     // Without the drivers the scan itself fails, before any word is looked at.
     Bed empty = Bed::preset("empty");
-    for (const std::vector<std::string>& args :
-         {std::vector<std::string>{"port", "--query", "1/0"},
-          std::vector<std::string>{"vhba", "--create", "1/1"}}) {
-        expect_refused(empty, args, 133, "ERROR: Torvane adapter/driver not installed or loaded \n");
-    }
+    const std::string no_driver = "ERROR: Torvane adapter/driver not installed or loaded \n";
+    expect_refused(empty, {"port", "--query", "1/0"}, 133, no_driver);
+    expect_refused(empty, {"vhba", "--create", "1/1"}, 133, no_driver);
 }

@@ -20,6 +20,11 @@ namespace {
 
 const std::string kNoEnt = "rc=-1 errno=2 (No such file or directory) ";
 
+// A probe reply holding each of these key=value lines.
+void expect_values(const Result& r, const std::vector<std::pair<std::string, std::string>>& want) {
+    for (const auto& [k, v] : want) EXPECT_EQ(value(r, k), v) << k << " in\n" << r.out;
+}
+
 }  // namespace
 
 TEST(SimBed, EmulatedPathsNeverReachTheRealSystem) {
@@ -38,8 +43,7 @@ TEST(SimBed, EmulatedPathsNeverReachTheRealSystem) {
     EXPECT_EQ(fc.probe({"cat", "/sys/class/fc_host/host6/port_name"}).out, "0x100000e1f2001001\n");
     EXPECT_EQ(fc.probe({"cat", "/sys/class/fc_host/host6/../host5/node_name"}).out, "0x200000e1f2001000\n");
     EXPECT_EQ(fc.probe({"realpath", "//sys/class/./fc_host/host5"}).out, "/sys/class/fc_host/host5\n");
-    EXPECT_EQ(fc.probe({"stat", "/sys/bus/pci/drivers/tqe"}).out, kNoEnt + "stat\n");
-    EXPECT_EQ(fc.probe({"stat", "/dev/tqe"}).out, kNoEnt + "stat\n");
+    for (const char* p : {"/sys/bus/pci/drivers/tqe", "/dev/tqe"}) EXPECT_EQ(fc.probe({"stat", p}).out, kNoEnt + "stat\n") << p;
     // Writing the configuration file lands in the bed.
     EXPECT_EQ(fc.probe({"write", "/etc/kvo.conf", "kvo0-x=1\n"}).out, "rc=0\n");
     EXPECT_EQ(fc.conf().value_or("<none>"), "kvo0-x=1\n");
@@ -120,21 +124,14 @@ TEST(SimBed, BrokenRepliesComeAfterTheSkippedRequests) {
     Bed bed = Bed::preset("fc");
     bed.fault({"request", "IOC_GET_INFO", "reply", "short", "skip", "1", "times", "1"});
     bed.fault({"request", "IOC_GET_ATTR", "reply", "garbage", "instance", "1"});
-    Result whole = bed.probe({"info", "/dev/bsg/fc_host5", "0"});
-    EXPECT_EQ(value(whole, "serial"), "TVF2319K01A");
-    EXPECT_EQ(value(whole, "din_resid"), "0");
+    expect_values(bed.probe({"info", "/dev/bsg/fc_host5", "0"}), {{"serial", "TVF2319K01A"}, {"din_resid", "0"}});
     // Only the status word comes back; the bsg reply says so, the record keeps what was sent.
-    Result cut = bed.probe({"info", "/dev/bsg/fc_host5", "0"});
-    EXPECT_EQ(value(cut, "rc"), "0 status=0 kvod=0");
-    EXPECT_EQ(value(cut, "reply_len"), "4");
-    EXPECT_EQ(value(cut, "din_resid"), "524");
-    EXPECT_EQ(value(cut, "serial"), "");
+    expect_values(bed.probe({"info", "/dev/bsg/fc_host5", "0"}),
+                  {{"rc", "0 status=0 kvod=0"}, {"reply_len", "4"}, {"din_resid", "524"}, {"serial", ""}});
     EXPECT_EQ(value(bed.probe({"info", "/dev/bsg/fc_host5", "0"}), "serial"), "TVF2319K01A");
     // Every byte after kvod_num set: the counts at their maximum, text without an end.
-    Result junk = bed.probe({"attr", "/dev/kvo", "1"});
-    EXPECT_EQ(value(junk, "rc"), "0 status=0 kvod=1");
-    EXPECT_EQ(value(junk, "nports"), "255");
-    EXPECT_EQ(value(junk, "device_id"), "0xffff");
+    expect_values(bed.probe({"attr", "/dev/kvo", "1"}),
+                  {{"rc", "0 status=0 kvod=1"}, {"nports", "255"}, {"device_id", "0xffff"}});
     EXPECT_EQ(value(bed.probe({"attr", "/dev/kvo", "0"}), "device_id"), "0x0022");
     EXPECT_EQ(bed.kvosim("fault", {"list"}).out, "request IOC_GET_ATTR reply garbage instance 1\n");
     const std::vector<std::string> log = bed.log();
@@ -199,8 +196,7 @@ TEST(SimBed, FaultRulesAreCheckedWhenGiven) {
         {"explode"},
     };
     for (const auto& rule : refused) {
-        std::vector<std::string> args = rule;
-        Result r = bed.kvosim("fault", args);
+        Result r = bed.kvosim("fault", rule);
         EXPECT_EQ(r.status, 2) << rule[0] << " " << (rule.size() > 1 ? rule[1] : "");
         EXPECT_EQ(r.err.rfind("kvosim: fault ", 0), 0u) << r.err;
     }
@@ -254,13 +250,10 @@ TEST(SimBed, HostDescriptionSuppliesConfigurationAndDefaults) {
     EXPECT_EQ(bed.conf().value_or("<none>"), "kvo0-path_tov=30\n");
     // Unnamed interfaces and host numbers are given in order; the adapter is named by its
     // first function.
-    Result eth = bed.probe({"info", "/dev/tqe", "0"});
-    EXPECT_EQ(value(eth, "eth_name"), "eth0");
-    EXPECT_EQ(value(eth, "current_mac"), "02:00:00:00:00:01");
-    EXPECT_EQ(value(eth, "adapter_hwpath"), "0000:0a:00.1");
-    Result fc = bed.probe({"info", "/dev/bsg/fc_host1", "0"});
-    EXPECT_EQ(value(fc, "pwwn"), "10:00:00:e1:f2:aa:00:00");
-    EXPECT_EQ(value(fc, "factorypwwn"), "10:00:00:e1:f2:aa:00:00");
+    expect_values(bed.probe({"info", "/dev/tqe", "0"}),
+                  {{"eth_name", "eth0"}, {"current_mac", "02:00:00:00:00:01"}, {"adapter_hwpath", "0000:0a:00.1"}});
+    expect_values(bed.probe({"info", "/dev/bsg/fc_host1", "0"}),
+                  {{"pwwn", "10:00:00:e1:f2:aa:00:00"}, {"factorypwwn", "10:00:00:e1:f2:aa:00:00"}});
     EXPECT_TRUE(bed.log_clean());
 }
 

@@ -11,58 +11,38 @@ using scen::Result;
 using scen::hex;
 using scen::value;
 
+namespace {
+
+// A probe reply that succeeded and holds each of these key=value lines.
+void expect_values(const Result& r, const std::vector<std::pair<std::string, std::string>>& want) {
+    ASSERT_EQ(r.status, 0) << r.out << r.err;
+    for (const auto& [k, v] : want) EXPECT_EQ(value(r, k), v) << k << " in\n" << r.out;
+}
+
+}  // namespace
+
 TEST(SimTransport, InformationAndAttributesOverEveryNodeKindDescribeTheAddressedFunction) {
     Bed bed = Bed::preset("demo");
     // Storage instances follow the sorted PCI addresses of kvo functions: 04:00.0, 04:00.1,
     // 05:00.2, 05:00.3; Ethernet instances the tqe functions 05:00.0, 05:00.1.
-    Result bsg = bed.probe({"info", "/dev/bsg/fc_host7", "2"});
-    ASSERT_EQ(bsg.status, 0) << bsg.out << bsg.err;
-    EXPECT_EQ(value(bsg, "hwpath"), "0000:05:00.2");
-    EXPECT_EQ(value(bsg, "adapter_hwpath"), "0000:05:00.0");
-    EXPECT_EQ(value(bsg, "serial"), "TVC2320M11C");
-    EXPECT_EQ(value(bsg, "ioc_type"), "2");
-    EXPECT_EQ(value(bsg, "host"), "7");
-    EXPECT_EQ(value(bsg, "pwwn"), "10:00:00:e1:f2:00:32:00");
-    EXPECT_EQ(value(bsg, "response_len"), "8");
-    EXPECT_EQ(value(bsg, "reply_len"), "528");
-
-    Result kvo = bed.probe({"info", "/dev/kvo", "1"});
-    ASSERT_EQ(kvo.status, 0) << kvo.out;
-    EXPECT_EQ(value(kvo, "hwpath"), "0000:04:00.1");
-    EXPECT_EQ(value(kvo, "host"), "4");
-
-    Result tqe = bed.probe({"info", "/dev/tqe", "1"});
-    ASSERT_EQ(tqe.status, 0) << tqe.out;
-    EXPECT_EQ(value(tqe, "hwpath"), "0000:05:00.1");
-    EXPECT_EQ(value(tqe, "eth_name"), "eth1");
-    EXPECT_EQ(value(tqe, "ioc_type"), "3");
-    EXPECT_EQ(value(tqe, "pwwn"), "00:00:00:00:00:00:00:00");
-    EXPECT_EQ(value(tqe, "current_mac"), "02:e1:f2:00:32:11");
-
-    std::vector<std::string> log = bed.log();
-    ASSERT_EQ(log.size(), 3u);
-    EXPECT_EQ(log[0], "bsg /dev/bsg/fc_host7 IOC_GET_INFO vcmd=4 kvod=2 -> status=0");
-    EXPECT_EQ(log[1], "ioctl /dev/kvo IOC_GET_INFO kvod=1 -> status=0");
-    EXPECT_EQ(log[2], "tqe /dev/tqe IOC_GET_INFO kvod=1 -> status=0");
+    expect_values(bed.probe({"info", "/dev/bsg/fc_host7", "2"}),
+                  {{"hwpath", "0000:05:00.2"}, {"adapter_hwpath", "0000:05:00.0"}, {"serial", "TVC2320M11C"},
+                   {"ioc_type", "2"}, {"host", "7"}, {"pwwn", "10:00:00:e1:f2:00:32:00"}, {"response_len", "8"},
+                   {"reply_len", "528"}});
+    expect_values(bed.probe({"info", "/dev/kvo", "1"}), {{"hwpath", "0000:04:00.1"}, {"host", "4"}});
+    expect_values(bed.probe({"info", "/dev/tqe", "1"}),
+                  {{"hwpath", "0000:05:00.1"}, {"eth_name", "eth1"}, {"ioc_type", "3"},
+                   {"pwwn", "00:00:00:00:00:00:00:00"}, {"current_mac", "02:e1:f2:00:32:11"}});
+    EXPECT_EQ(bed.log(), (std::vector<std::string>{"bsg /dev/bsg/fc_host7 IOC_GET_INFO vcmd=4 kvod=2 -> status=0",
+                                                   "ioctl /dev/kvo IOC_GET_INFO kvod=1 -> status=0",
+                                                   "tqe /dev/tqe IOC_GET_INFO kvod=1 -> status=0"}));
 
     // Attributes carry adapter, PCI and state data.
-    Result hba = bed.probe({"attr", "/dev/bsg/fc_host4", "1"});
-    ASSERT_EQ(hba.status, 0) << hba.out;
-    EXPECT_EQ(value(hba, "state"), "6");
-    EXPECT_EQ(value(hba, "port_id"), "1");
-    EXPECT_EQ(value(hba, "device_id"), "0x0023");
-    EXPECT_EQ(value(hba, "vendor_id"), "0xe1f2");
-    EXPECT_EQ(value(hba, "pcifn"), "1");
-    EXPECT_EQ(value(hba, "nports"), "2");
-    EXPECT_EQ(value(hba, "model"), "TV-1862");
-    EXPECT_EQ(value(hba, "serial_num"), "TVF2319K04B");
-    EXPECT_EQ(value(hba, "mode"), "1");
-    Result cna = bed.probe({"attr", "/dev/tqe", "0"});
-    ASSERT_EQ(cna.status, 0) << cna.out;
-    EXPECT_EQ(value(cna, "device_id"), "0x0014");
-    EXPECT_EQ(value(cna, "adapter_type"), "CNA");
-    EXPECT_EQ(value(cna, "cna_capable"), "1");
-    EXPECT_EQ(value(cna, "port_id"), "0");
+    expect_values(bed.probe({"attr", "/dev/bsg/fc_host4", "1"}),
+                  {{"state", "6"}, {"port_id", "1"}, {"device_id", "0x0023"}, {"vendor_id", "0xe1f2"}, {"pcifn", "1"},
+                   {"nports", "2"}, {"model", "TV-1862"}, {"serial_num", "TVF2319K04B"}, {"mode", "1"}});
+    expect_values(bed.probe({"attr", "/dev/tqe", "0"}),
+                  {{"device_id", "0x0014"}, {"adapter_type", "CNA"}, {"cna_capable", "1"}, {"port_id", "0"}});
     EXPECT_TRUE(bed.log_clean());
 }
 
@@ -71,9 +51,7 @@ TEST(SimTransport, FcHostNodeTakesTheSameFramingAsBsg) {
         {"pwwn": "10:00:00:e1:f2:99:00:00", "functions": [{"pci": "0000:07:00.0", "host": 3, "node": "fc_host"}]},
         {"pwwn": "10:00:00:e1:f2:99:00:01", "functions": [{"pci": "0000:07:00.1", "host": 4, "node": "none"}]}]}]})");
     EXPECT_EQ(bed.probe({"stat", "/dev/bsg/fc_host3"}).out, "rc=-1 errno=2 (No such file or directory) stat\n");
-    Result r = bed.probe({"info", "/dev/fc_host3", "0"});
-    ASSERT_EQ(r.status, 0) << r.out;
-    EXPECT_EQ(value(r, "hwpath"), "0000:07:00.0");
+    expect_values(bed.probe({"info", "/dev/fc_host3", "0"}), {{"hwpath", "0000:07:00.0"}});
     EXPECT_NE(bed.probe({"stat", "/dev/fc_host4"}).status, 0);
     EXPECT_EQ(value(bed.probe({"info", "/dev/kvo", "1"}), "host"), "4");
     EXPECT_EQ(bed.log().front(), "bsg /dev/fc_host3 IOC_GET_INFO vcmd=4 kvod=0 -> status=0");

@@ -7,7 +7,8 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <sstream>
+#include <initializer_list>
+#include <iterator>
 #include <string>
 
 #include "kvol_config.h"
@@ -49,17 +50,13 @@ protected:
     }
     std::string read_file() const {
         std::ifstream in(path_, std::ios::binary);
-        std::stringstream ss;
-        ss << in.rdbuf();
-        return ss.str();
+        return {std::istreambuf_iterator<char>(in), {}};
     }
     // Writes text, loads it and keeps the lock (the caller syncs or the fixture unloads).
     void load(const std::string& text) const {
         write_file(text);
         ASSERT_EQ(kvol_config_load(path()), KVO_STATUS_OK);
     }
-    // Starts from an empty file.
-    void load_empty() const { load(""); }
     std::string sync() const {
         EXPECT_EQ(kvol_config_sync(path()), KVO_STATUS_OK);
         return read_file();
@@ -123,4 +120,24 @@ inline kvol_port_cfg_t vport_cfg(const char* pwwn, const char* nwwn, const char*
 
 inline bool contains(const std::string& hay, const std::string& needle) {
     return hay.find(needle) != std::string::npos;
+}
+
+// Every part is in the text (want true) or none is (want false); a failure names the part.
+inline ::testing::AssertionResult has_all(const std::string& text,
+                                          std::initializer_list<std::string> parts,
+                                          bool want = true) {
+    for (const std::string& p : parts)
+        if (contains(text, p) != want)
+            return ::testing::AssertionFailure() << (want ? "missing: " : "present: ") << p;
+    return ::testing::AssertionSuccess();
+}
+inline ::testing::AssertionResult has_none(const std::string& text,
+                                           std::initializer_list<std::string> parts) {
+    return has_all(text, parts, false);
+}
+
+// A vport record as its line in the file: "pwwn,nwwn,name,role,vf_id".
+inline std::string vport_text(const kvol_vf_config_t* v) {
+    return std::string(v->pwwn) + "," + v->nwwn + "," + v->name.symname + "," + v->role + "," +
+           std::to_string(v->vf_id);
 }

@@ -43,7 +43,7 @@ constexpr timespec kLongAgo = {1000000000, 0};  // 2001: any rewrite moves the t
 }  // namespace
 
 TEST_F(ConfigTest, OnlyTextThatDiffersFromTheFileIsWritten) {
-    load_empty();
+    load("");
     kvol_config_ad_set_name("SER1", "lab");
     kvol_config_ioc_add(wwn_of("10:00:00:05:1e:00:00:01"));
     const std::string text = sync();
@@ -110,7 +110,7 @@ TEST_F(ConfigTest, OnlyARegularFileIsOpenedAndNothingBlocks) {
 TEST_F(ConfigTest, ASymlinkedFileIsRewrittenThroughTheLink) {
     const std::string real = dir_ + "/real.conf";
     ASSERT_EQ(symlink(real.c_str(), path()), 0);
-    load_empty();
+    load("");
     kvol_config_ad_set_name("SER1", "lab");
     EXPECT_EQ(kvol_config_sync(path()), KVO_STATUS_OK);
     struct stat st {};
@@ -122,7 +122,7 @@ TEST_F(ConfigTest, ASymlinkedFileIsRewrittenThroughTheLink) {
 
 TEST_F(ConfigTest, AWriteThatFallsShortIsAnIoErrorAndNeverEmptiesTheFile) {
     constexpr size_t kLimit = 256;  // less than the section headers alone
-    load_empty();
+    load("");
     const std::string text = render();  // what a load of a file of comments writes back
     kvol_config_unload();
     const struct {
@@ -160,7 +160,7 @@ TEST_F(ConfigTest, TheCallersSignalMaskIsRestored) {
     sigemptyset(&usr1);
     sigaddset(&usr1, SIGUSR1);
     ASSERT_EQ(pthread_sigmask(SIG_BLOCK, &usr1, &saved), 0);
-    load_empty();
+    load("");
     kvol_config_ad_set_name("SER1", "lab");
     EXPECT_EQ(kvol_config_sync(path()), KVO_STATUS_OK);
     ASSERT_EQ(pthread_sigmask(SIG_SETMASK, &saved, &now), 0);
