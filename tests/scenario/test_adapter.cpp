@@ -184,7 +184,7 @@ TEST(AdapterEnable, DisableTwiceFailsEnableTwiceSucceedsAndCnaControlFunctionGoe
     EXPECT_EQ(function_states(bed, "TVA2000002"), (std::vector<int>{10}));
 }
 
-TEST(AdapterMode, ModeWordIsCaseInsensitiveAndTheChangeIsPending) {
+TEST(AdapterMode, ModeWordIsCaseInsensitiveTheChangeIsPendingAndDropsTheAdaptersSettings) {
     Bed bed = Bed::from_json(kFourAdapters);
     EXPECT_TRUE(prints(bed.qmx({"adapter", "--mode", "3", "cna"}), kNoReset + kModeSuccess));
     EXPECT_EQ(adapter_state(bed, "TVC3000003")["ext"],
@@ -208,10 +208,8 @@ TEST(AdapterMode, ModeWordIsCaseInsensitiveAndTheChangeIsPending) {
                           "incorrect\n"));
     }
     EXPECT_TRUE(requests(bed, "ADAPTER_CFG_MODE").empty());
-}
 
-TEST(AdapterMode, ChangeDropsTheAdaptersPersistedSettingsAndNothingElse) {
-    Bed bed = Bed::from_json(kFourAdapters);
+    // A change drops the adapter's persisted settings and nothing else.
     // A port record carries an FC and an Ethernet view under one index, and clean-up drops the
     // record whole; the CNA's Ethernet views are kept apart from the other adapters' ports.
     bed.set_conf(

@@ -178,9 +178,28 @@ TEST(BootUpdate, AllAdaptersReportsEachFailureAndCountsTheRest) {
     EXPECT_TRUE(bed.log_clean());
 }
 
-// The package is refused before anything is written.
-TEST(BootUpdate, BadPackagesAndHostileArchivesAreRefusedWithTheirStatus) {
-    struct Case {
+TEST(BootUpdate, VpdIsRewrittenAfterTheOptionRomForCardsThatKeepTheVersionThere) {
+    Bed bed = Bed::from_json(R"({"adapters": [{"serial": "TVV2758001", "card_type": 2758, "device_id": "0x21",
+        "ports": [{"pwwn": "10:00:00:e1:f2:27:58:00", "functions": [{"pci": "0000:03:00.0"}]},
+                  {"pwwn": "10:00:00:e1:f2:27:58:01", "functions": [{"pci": "0000:03:00.1"}]}]}]})");
+    Package p = full_package({2758});
+    std::string pkg = boottest::make_package(bed.dir(), p);
+    bytes vpd = part(bed, "TVV2758001", VPD);
+    vpd.resize(512);
+    bed.clear_log();
+    Result r = bed.qmx({"boot", "--update", "1", pkg});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(writes(bed), (strings{"2 0 70001", "1 0 1536", "9 0 512", "8 0 1536", "11 0 1234", "14 0 777",
+                                    "3 0 256", "3 1 256", "6 0 512"}));
+    // This VPD has no read-only section: it is written back as it was.
+    EXPECT_EQ(part(bed, "TVV2758001", VPD), vpd);
+    EXPECT_TRUE(bed.log_clean());
+}
+
+TEST(BootUpdate, BadPackagesCommandLineFormsAndFlashFailuresStopTheUpdate) {
+    Bed bed = Bed::preset("fc");
+    // A bad package is refused before anything is written.
+    struct Bad {
         const char* what;
         std::string boot_txt;
         std::string hash_text;
@@ -188,7 +207,7 @@ TEST(BootUpdate, BadPackagesAndHostileArchivesAreRefusedWithTheirStatus) {
         const char* err;
     };
     const std::string good_txt = "Version=3.0.0.0\n" + card(1862);
-    const Case cases[] = {
+    const Bad bad[] = {
         {"no <hash> in the digest member", good_txt, "digest " + std::string(32, '0') + "\n", 79,
          "Not a valid Torvane Boot Code file "},
         {"another digest", good_txt, "<hash>" + std::string(32, 'a') + "\n", 79, "Not a valid Torvane Boot Code file "},
@@ -199,8 +218,7 @@ TEST(BootUpdate, BadPackagesAndHostileArchivesAreRefusedWithTheirStatus) {
         {"no card for the adapter", "Version=3.0.0.0\n" + card(1867), "", 169,
          "Boot image is not for the adapter(s) installed "},
     };
-    Bed bed = Bed::preset("fc");
-    for (const Case& c : cases) {
+    for (const Bad& c : bad) {
         SCOPED_TRACE(c.what);
         Package p = full_package({});
         p.boot_txt = c.boot_txt;
@@ -243,29 +261,8 @@ TEST(BootUpdate, BadPackagesAndHostileArchivesAreRefusedWithTheirStatus) {
         EXPECT_TRUE(writes(bed).empty());
     }
     EXPECT_TRUE(bed.log_clean());
-}
 
-TEST(BootUpdate, VpdIsRewrittenAfterTheOptionRomForCardsThatKeepTheVersionThere) {
-    Bed bed = Bed::from_json(R"({"adapters": [{"serial": "TVV2758001", "card_type": 2758, "device_id": "0x21",
-        "ports": [{"pwwn": "10:00:00:e1:f2:27:58:00", "functions": [{"pci": "0000:03:00.0"}]},
-                  {"pwwn": "10:00:00:e1:f2:27:58:01", "functions": [{"pci": "0000:03:00.1"}]}]}]})");
-    Package p = full_package({2758});
-    std::string pkg = boottest::make_package(bed.dir(), p);
-    bytes vpd = part(bed, "TVV2758001", VPD);
-    vpd.resize(512);
-    bed.clear_log();
-    Result r = bed.qmx({"boot", "--update", "1", pkg});
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(writes(bed), (strings{"2 0 70001", "1 0 1536", "9 0 512", "8 0 1536", "11 0 1234", "14 0 777",
-                                    "3 0 256", "3 1 256", "6 0 512"}));
-    // This VPD has no read-only section: it is written back as it was.
-    EXPECT_EQ(part(bed, "TVV2758001", VPD), vpd);
-    EXPECT_TRUE(bed.log_clean());
-}
-
-TEST(BootUpdate, CommandLineFormsThenFlashFailuresThatStopTheUpdate) {
-    Bed bed = Bed::preset("fc");
-    std::string pkg = boottest::make_package(bed.dir(), full_package({1862}));
+    // Command-line forms.
     const std::string syntax = "ERROR: command \"--update\" syntax is incorrect or one of the parameters is incorrect\n";
     struct Case {
         strings args;
