@@ -69,7 +69,6 @@ struct Rom {
     uint16_t blocks;    // image length in 512-byte blocks
 };
 
-inline uint16_t get16(const bytes& b, size_t at) { return static_cast<uint16_t>(b[at] | b[at + 1] << 8); }
 inline void put16(bytes& b, size_t at, uint16_t v) {
     b[at] = static_cast<uint8_t>(v);
     b[at + 1] = static_cast<uint8_t>(v >> 8);

@@ -13,6 +13,7 @@ using adtest::adapter_state;
 using scen::fails;
 using adtest::function_states;
 using adtest::kFourAdapters;
+using adtest::partly_disabled;
 using scen::lines_with;
 using scen::prints;
 using scen::requests;
@@ -35,7 +36,7 @@ const std::string kNoReset =
 
 }  // namespace
 
-TEST(AdapterList, ListsEveryAdapterInScanOrderWithDashesForUnnamed) {
+TEST(AdapterList, ListsEveryAdapterInScanOrderWithDashesForUnnamedAndReloads) {
     Bed bed = Bed::from_json(kFourAdapters);
     EXPECT_TRUE(prints(bed.qmx({"adapter", "--list"}),
                        rule() + "AD#  NP  HW-path        Type   Model-Info       Serial-num   Name\n" + rule() +
@@ -47,12 +48,26 @@ TEST(AdapterList, ListsEveryAdapterInScanOrderWithDashesForUnnamed) {
     EXPECT_TRUE(prints(bed.qmx({"adapter", "--count"}), "4\n"));
     EXPECT_TRUE(bed.log_clean());
 
+    // Firmware reload echoes the identifier as typed.
+    ASSERT_EQ(bed.qmx({"adapter", "--name", "2", "second"}).status, 0);
+    for (const char* word : {"2", "TVA2000002", "0000:04:00.0", "second"})
+        EXPECT_TRUE(prints(bed.qmx({"adapter", "--reload_fw", word}),
+                           std::string("Firmware on adapter id ") + word + " is reloaded\n"));
+    EXPECT_TRUE(prints(bed.qmx({"adapter", "--reload_fw", "4"}), "Firmware on adapter id 4 is reloaded\n"));
+    EXPECT_EQ(adapter_state(bed, "TVA2000002")["ext"]["fw_reloads"], 4);
+    EXPECT_EQ(adapter_state(bed, "TVN4000004")["ext"]["fw_reloads"], 1);
+    EXPECT_FALSE(adapter_state(bed, "TVA1000001").contains("ext"));
+    EXPECT_TRUE(bed.log_clean());
+
+    bed.fault({"request", "ADAPTER_RELOAD_FW", "status", "56"});
+    EXPECT_TRUE(fails(bed.qmx({"adapter", "--reload_fw", "1"}), 56, kIocFailure));
+
     Bed none = Bed::from_json(R"({"adapters": [], "drivers": {"kvo": true, "tqe": true}})");
     EXPECT_TRUE(prints(none.qmx({"adapter", "--list"}), "No KVO adapters found\n"));
     EXPECT_TRUE(prints(none.qmx({"adapter", "--count"}), "0\n"));
 }
 
-TEST(AdapterName, SetShowPersistAndClear) {
+TEST(AdapterName, SetShowPersistClearAndRefuse) {
     Bed bed = Bed::from_json(kFourAdapters);
     EXPECT_TRUE(prints(bed.qmx({"adapter", "--name", "1"}), "adapter id 1; current name is \n"));
     EXPECT_TRUE(prints(bed.qmx({"adapter", "--name", "1", "lab-hba"}), "adapter id 1; name set to: lab-hba\n"));
@@ -69,32 +84,8 @@ TEST(AdapterName, SetShowPersistAndClear) {
     EXPECT_EQ(adapter_state(bed, "TVA1000001")["name"], "");
     EXPECT_EQ(requests(bed, "ADAPTER_SET_NAME").size(), 2u);
     EXPECT_TRUE(bed.log_clean());
-}
 
-TEST(AdapterName, NamesAreVerifiedBeforeAnythingIsSent) {
-    Bed bed = Bed::from_json(kFourAdapters);
-    bed.qmx({"adapter", "--count"});  // registers the adapters
-    const std::string before = conf_of(bed);
-    for (const char* bad : {"9abc", "my name", "a234567890abcdef", "-dash", "x.y"})
-        EXPECT_TRUE(fails(bed.qmx({"adapter", "--name", "2", bad}), 175,
-                          std::string("ERROR: Please check the string \"") + bad + "\"\n"));
-    EXPECT_TRUE(requests(bed, "ADAPTER_SET_NAME").empty());
-    EXPECT_EQ(conf_of(bed), before);
-
-    // Fifteen characters is the longest name; "-" and "_" may follow the first letter.
-    EXPECT_TRUE(prints(bed.qmx({"adapter", "--name", "2", "a234567890abc_-"}),
-                       "adapter id 2; name set to: a234567890abc_-\n"));
-    EXPECT_EQ(name_lines(bed), strings{"adapter-TVA2000002-name = \"a234567890abc_-\";"});
-
-    // A name the driver refuses is not persisted.
-    bed.fault({"request", "ADAPTER_SET_NAME", "status", "56"});
-    const std::string named = conf_of(bed);
-    EXPECT_TRUE(fails(bed.qmx({"adapter", "--name", "2", "refused"}), 56, kIocFailure));
-    EXPECT_EQ(conf_of(bed), named);
-}
-
-TEST(AdapterName, AnotherAdaptersNameIsRefusedButTheOwnNameMayBeGivenAgain) {
-    Bed bed = Bed::from_json(kFourAdapters);
+    // Another adapter's name is refused, but the own name may be given again.
     ASSERT_EQ(bed.qmx({"adapter", "--name", "2", "shared"}).status, 0);
     bed.clear_log();
     EXPECT_TRUE(fails(bed.qmx({"adapter", "--name", "1", "shared"}), 63,
@@ -110,6 +101,27 @@ TEST(AdapterName, AnotherAdaptersNameIsRefusedButTheOwnNameMayBeGivenAgain) {
                                         "adapter-TVN4000004-name = \"nic-four\";"}));
     EXPECT_EQ(requests(bed, "ADAPTER_SET_NAME").back().rfind("tqe /dev/tqe ", 0), 0u);
     EXPECT_TRUE(bed.log_clean());
+
+    // Names are verified before anything is sent.
+    bed.clear_log();
+    const std::string before = conf_of(bed);
+    for (const char* bad : {"9abc", "my name", "a234567890abcdef", "-dash", "x.y"})
+        EXPECT_TRUE(fails(bed.qmx({"adapter", "--name", "2", bad}), 175,
+                          std::string("ERROR: Please check the string \"") + bad + "\"\n"));
+    EXPECT_TRUE(requests(bed, "ADAPTER_SET_NAME").empty());
+    EXPECT_EQ(conf_of(bed), before);
+
+    // Fifteen characters is the longest name; "-" and "_" may follow the first letter.
+    EXPECT_TRUE(prints(bed.qmx({"adapter", "--name", "2", "a234567890abc_-"}),
+                       "adapter id 2; name set to: a234567890abc_-\n"));
+    EXPECT_EQ(name_lines(bed), (strings{"adapter-TVA2000002-name = \"a234567890abc_-\";",
+                                        "adapter-TVN4000004-name = \"nic-four\";"}));
+
+    // A name the driver refuses is not persisted.
+    bed.fault({"request", "ADAPTER_SET_NAME", "status", "56"});
+    const std::string named = conf_of(bed);
+    EXPECT_TRUE(fails(bed.qmx({"adapter", "--name", "2", "refused"}), 56, kIocFailure));
+    EXPECT_EQ(conf_of(bed), named);
 }
 
 TEST(AdapterName, TwoProcessesRenamingDifferentAdaptersLoseNothing) {
@@ -135,12 +147,9 @@ TEST(AdapterName, TwoProcessesRenamingDifferentAdaptersLoseNothing) {
     EXPECT_TRUE(bed.log_clean());
 }
 
-TEST(AdapterEnable, DisableTwiceFailsButEnableTwiceSucceeds) {
+TEST(AdapterEnable, DisableTwiceFailsEnableTwiceSucceedsAndCnaControlFunctionGoesLast) {
     // Adapter 1 starts partly disabled: that does not count as disabled.
-    std::string host = kFourAdapters;
-    const std::string fn = R"({"pci": "0000:03:00.1"})";
-    host.replace(host.find(fn), fn.size(), R"({"pci": "0000:03:00.1", "state": 10})");
-    Bed bed = Bed::from_json(host);
+    Bed bed = Bed::from_json(partly_disabled());
     EXPECT_TRUE(prints(bed.qmx({"adapter", "--disable", "1"}), "adapter id 1 disabled\n"));
     EXPECT_EQ(function_states(bed, "TVA1000001"), (std::vector<int>{10, 10}));
     EXPECT_EQ(function_states(bed, "TVA2000002"), (std::vector<int>{6}));
@@ -151,15 +160,7 @@ TEST(AdapterEnable, DisableTwiceFailsButEnableTwiceSucceeds) {
     EXPECT_TRUE(prints(bed.qmx({"adapter", "--enable", "1"}), "adapter id 1 enabled\n"));
     EXPECT_TRUE(bed.log_clean());
 
-    bed.fault({"request", "IOC_ENABLE", "status", "56", "times", "1"});
-    ASSERT_EQ(bed.qmx({"adapter", "--disable", "2"}).status, 0);
-    EXPECT_TRUE(fails(bed.qmx({"adapter", "--enable", "2"}), 56, kIocFailure));
-    EXPECT_EQ(function_states(bed, "TVA2000002"), (std::vector<int>{10}));
-}
-
-TEST(AdapterEnable, CnaFunctionsOfBothDriversGoDownControlFunctionLast) {
-    Bed bed = Bed::from_json(kFourAdapters);
-    bed.qmx({"adapter", "--count"});
+    // The CNA's functions of both drivers go down, its control function last.
     bed.clear_log();
     ASSERT_TRUE(prints(bed.qmx({"adapter", "--disable", "3"}), "adapter id 3 disabled\n"));
     EXPECT_EQ(function_states(bed, "TVC3000003"), (std::vector<int>{10, 10, 10, 10}));
@@ -176,9 +177,14 @@ TEST(AdapterEnable, CnaFunctionsOfBothDriversGoDownControlFunctionLast) {
     EXPECT_EQ(ups[0], "bsg /dev/bsg/fc_host4 IOC_ENABLE vcmd=1 kvod=3 -> status=0");
     EXPECT_EQ(function_states(bed, "TVC3000003"), (std::vector<int>{6, 6, 6, 6}));
     EXPECT_TRUE(bed.log_clean());
+
+    bed.fault({"request", "IOC_ENABLE", "status", "56", "times", "1"});
+    ASSERT_EQ(bed.qmx({"adapter", "--disable", "2"}).status, 0);
+    EXPECT_TRUE(fails(bed.qmx({"adapter", "--enable", "2"}), 56, kIocFailure));
+    EXPECT_EQ(function_states(bed, "TVA2000002"), (std::vector<int>{10}));
 }
 
-TEST(AdapterMode, ModeWordIsCaseInsensitiveAndTheChangeIsPending) {
+TEST(AdapterMode, ModeWordIsCaseInsensitiveTheChangeIsPendingAndDropsTheAdaptersSettings) {
     Bed bed = Bed::from_json(kFourAdapters);
     EXPECT_TRUE(prints(bed.qmx({"adapter", "--mode", "3", "cna"}), kNoReset + kModeSuccess));
     EXPECT_EQ(adapter_state(bed, "TVC3000003")["ext"],
@@ -202,10 +208,8 @@ TEST(AdapterMode, ModeWordIsCaseInsensitiveAndTheChangeIsPending) {
                           "incorrect\n"));
     }
     EXPECT_TRUE(requests(bed, "ADAPTER_CFG_MODE").empty());
-}
 
-TEST(AdapterMode, ChangeDropsTheAdaptersPersistedSettingsAndNothingElse) {
-    Bed bed = Bed::from_json(kFourAdapters);
+    // A change drops the adapter's persisted settings and nothing else.
     // A port record carries an FC and an Ethernet view under one index, and clean-up drops the
     // record whole; the CNA's Ethernet views are kept apart from the other adapters' ports.
     bed.set_conf(
@@ -240,20 +244,4 @@ TEST(AdapterMode, ChangeDropsTheAdaptersPersistedSettingsAndNothingElse) {
     EXPECT_EQ(r.out, kNoReset);
     EXPECT_EQ(r.err, "ERROR: Mode is not supported \n");
     EXPECT_EQ(conf_of(bed), before);
-}
-
-TEST(AdapterReload, EchoesTheIdentifierAsTyped) {
-    Bed bed = Bed::from_json(kFourAdapters);
-    ASSERT_EQ(bed.qmx({"adapter", "--name", "2", "second"}).status, 0);
-    for (const char* word : {"2", "TVA2000002", "0000:04:00.0", "second"})
-        EXPECT_TRUE(prints(bed.qmx({"adapter", "--reload_fw", word}),
-                           std::string("Firmware on adapter id ") + word + " is reloaded\n"));
-    EXPECT_TRUE(prints(bed.qmx({"adapter", "--reload_fw", "4"}), "Firmware on adapter id 4 is reloaded\n"));
-    EXPECT_EQ(adapter_state(bed, "TVA2000002")["ext"]["fw_reloads"], 4);
-    EXPECT_EQ(adapter_state(bed, "TVN4000004")["ext"]["fw_reloads"], 1);
-    EXPECT_FALSE(adapter_state(bed, "TVA1000001").contains("ext"));
-    EXPECT_TRUE(bed.log_clean());
-
-    bed.fault({"request", "ADAPTER_RELOAD_FW", "status", "56"});
-    EXPECT_TRUE(fails(bed.qmx({"adapter", "--reload_fw", "1"}), 56, kIocFailure));
 }

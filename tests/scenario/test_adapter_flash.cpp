@@ -72,7 +72,7 @@ const char* const kOddFlash = R"({"adapters": [
 
 }  // namespace
 
-TEST(AdapterAutostart, OnAndOffFlipOnlyTheStartBit) {
+TEST(AdapterAutostart, OnAndOffFlipOnlyTheStartBitOfEachSupportedDevice) {
     Bed bed = Bed::from_json(kFourAdapters);
     fill_asic(bed, "TVA1000001", 0xF3);
     const std::string asic = flash_part(bed, "TVA1000001", kAsicPart).value_or("");
@@ -89,17 +89,16 @@ TEST(AdapterAutostart, OnAndOffFlipOnlyTheStartBit) {
     EXPECT_EQ(flash_part(bed, "TVA1000001", kAsicPart), asic);
     EXPECT_EQ(outside_asic(bed, "TVA1000001"), rest);
     EXPECT_TRUE(bed.log_clean());
-}
 
-TEST(AdapterAutostart, SecondDeviceIdAndTheEthernetOnlyCardWork) {
-    Bed bed = Bed::from_json(kFourAdapters);
+    // The second device id and the Ethernet-only card work too.
+    bed.clear_log();
     for (const char* serial : {"TVA2000002", "TVN4000004"}) {
         fill_asic(bed, serial, 0x00);
-        const std::string asic = flash_part(bed, serial, kAsicPart).value_or("");
-        const std::string rest = outside_asic(bed, serial);
+        const std::string part = flash_part(bed, serial, kAsicPart).value_or("");
+        const std::string others = outside_asic(bed, serial);
         EXPECT_TRUE(prints(bed.qmx({"adapter", "--autostart", serial, "on"}), kEnabled)) << serial;
-        EXPECT_EQ(flash_part(bed, serial, kAsicPart), with_start(asic, 0x04)) << serial;
-        EXPECT_EQ(outside_asic(bed, serial), rest) << serial;
+        EXPECT_EQ(flash_part(bed, serial, kAsicPart), with_start(part, 0x04)) << serial;
+        EXPECT_EQ(outside_asic(bed, serial), others) << serial;
     }
     // Adapter 4's flash goes over ethtool, not through a driver request.
     EXPECT_EQ(requests(bed, "FLASH_UPDATE_PART").size(), 1u);
@@ -107,8 +106,9 @@ TEST(AdapterAutostart, SecondDeviceIdAndTheEthernetOnlyCardWork) {
     EXPECT_TRUE(bed.log_clean());
 }
 
-TEST(AdapterAutostart, BadWordsAndUnsupportedDevicesAreRefusedBeforeFlashIsTouched) {
+TEST(AdapterAutostart, BadWordsAndFailedRequestsLeaveFlashAlone) {
     Bed bed = Bed::from_json(kFourAdapters);
+    // Bad words and unsupported devices are refused before flash is touched.
     bed.qmx({"adapter", "--count"});
     bed.clear_log();
     for (const char* word : {"ON", "Off", "1"})
@@ -122,17 +122,8 @@ TEST(AdapterAutostart, BadWordsAndUnsupportedDevicesAreRefusedBeforeFlashIsTouch
         EXPECT_EQ(l.find("EEPROM"), std::string::npos) << l;
     }
     EXPECT_TRUE(bed.log_clean());
-}
 
-TEST(AdapterAutostart, FlashWithoutAnAsicPartitionIsEmpty) {
-    Bed bed = Bed::from_json(kOddFlash);
-    EXPECT_TRUE(fails(bed.qmx({"adapter", "--autostart", "1", "on"}), 161, "ERROR: Flash is empty \n"));
-    EXPECT_TRUE(requests(bed, "FLASH_READ_PART").empty());
-    EXPECT_TRUE(bed.log_clean());
-}
-
-TEST(AdapterAutostart, FailedRequestsLeaveFlashAlone) {
-    Bed bed = Bed::from_json(kFourAdapters);
+    // Failed requests leave the flash as it was.
     fill_asic(bed, "TVA1000001", 0x00);
     const std::string asic = flash_part(bed, "TVA1000001", kAsicPart).value_or("");
 
@@ -190,10 +181,7 @@ TEST(AdapterQuery, AdapterPciAndPortSections) {
 }
 
 TEST(AdapterQuery, FullReportShowsMixedStatesPerFunction) {
-    std::string host = kFourAdapters;
-    const std::string fn = R"({"pci": "0000:03:00.1"})";
-    host.replace(host.find(fn), fn.size(), R"({"pci": "0000:03:00.1", "state": 10})");
-    Bed bed = Bed::from_json(host);
+    Bed bed = Bed::from_json(adtest::partly_disabled());
     Result r = bed.qmx({"adapter", "--query", "1"});
     EXPECT_EQ(r.status, 0);
     EXPECT_EQ(lines_with(r.out, "State:"), strings{"    State:               mixed (see ports)"});
@@ -216,7 +204,7 @@ TEST(AdapterQuery, FullReportShowsMixedStatesPerFunction) {
     EXPECT_TRUE(bed.log_clean());
 }
 
-TEST(AdapterQuery, FlashSectionNamesTypesAndStatuses) {
+TEST(AdapterQuery, FlashSectionNamesTypesAndStatusesAndNoAsicPartitionIsEmpty) {
     Bed bed = Bed::from_json(kOddFlash);
     EXPECT_TRUE(prints(bed.qmx({"adapter", "--query", "1", "flash"}),
                        "Adapter id 1\n" + rule() +
@@ -225,5 +213,8 @@ TEST(AdapterQuery, FlashSectionNamesTypesAndStatuses) {
                            "    fw        0     0x00000000  0x00001000  bad\n"
                            "    asicbk    0     0x00001000  0x00001000  badcksum\n"
                            "    unknown   2     0x00002000  0x00001000  unknown\n"));
+    // Without an ASIC partition the flash is empty to the auto-start switch.
+    EXPECT_TRUE(fails(bed.qmx({"adapter", "--autostart", "1", "on"}), 161, "ERROR: Flash is empty \n"));
+    EXPECT_TRUE(requests(bed, "FLASH_READ_PART").empty());
     EXPECT_TRUE(bed.log_clean());
 }

@@ -43,6 +43,13 @@ inline const char* const kFourAdapters = R"({
   ]
 })";
 
+// The four adapters with adapter 1's second function disabled.
+inline std::string partly_disabled() {
+    std::string host = kFourAdapters;
+    const std::string fn = R"({"pci": "0000:03:00.1"})";
+    return host.replace(host.find(fn), fn.size(), R"({"pci": "0000:03:00.1", "state": 10})");
+}
+
 inline std::string rule() { return std::string(72, '-') + "\n"; }
 
 // The emulated state of the adapter with this serial number.

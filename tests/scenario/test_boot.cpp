@@ -2,6 +2,7 @@
 // adapter or of all, checked byte for byte; every refusal of a bad package or command line.
 #include <regex>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "boot_pkg.h"
@@ -50,6 +51,10 @@ Package full_package(const std::vector<int>& card_types, uint16_t rom_devid = 0x
 
 // Standard output without the spinner's steps (a slow host may show some).
 std::string unspun(const std::string& out) { return std::regex_replace(out, std::regex("[|/\\\\-]\r"), ""); }
+
+// Exit status, standard output (unspun) and standard error of a run, to compare at once.
+using Outcome = std::tuple<int, std::string, std::string>;
+Outcome of(const Result& r) { return {r.status, unspun(r.out), r.err}; }
 
 bytes part(const Bed& bed, const std::string& serial, int type, int instance = 0) {
     Result r = bed.kvosim("flash", {serial, std::to_string(type), std::to_string(instance)});
@@ -110,10 +115,7 @@ TEST(BootUpdate, OneAdapterWritesEverySlotInOrderAndEnablesTheOptionRom) {
     Package p = full_package({1862});
     std::string pkg = boottest::make_package(bed.dir(), p);
     bed.clear_log();
-    Result r = bed.qmx({"boot", "--update", "1", pkg});
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(unspun(r.out), kOne);
-    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(of(bed.qmx({"boot", "--update", "1", pkg})), Outcome(0, kOne, ""));
     expect_flashed(bed, p, serial, devid);
     EXPECT_EQ(writes(bed), (strings{"2 0 70001", "1 0 1536", "8 0 1536", "11 0 1234", "14 0 777", "3 0 256",
                                     "3 1 256", "6 0 512"}));
@@ -131,18 +133,15 @@ TEST(BootUpdate, WrappedPackageGoesThroughATemporaryFileThatIsAlwaysRemoved) {
     const std::string work = bed.dir() + "/cwd";
     boottest::sh("mkdir -p " + boottest::sh_quote(work));
     std::string pkg = boottest::make_package(bed.dir(), p);
-    Result r = qmx_in(bed, work, {"boot", "--update", "1", pkg});
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(unspun(r.out), kOne);
+    EXPECT_EQ(of(qmx_in(bed, work, {"boot", "--update", "1", pkg})), Outcome(0, kOne, ""));
     expect_flashed(bed, p, serial, devid);
     EXPECT_EQ(leftovers(work), "");
 
     // A wrapped package whose digest does not match is refused, and leaves nothing behind.
     p.hash_text = "<hash>" + std::string(32, 'f') + "\n";
     pkg = boottest::make_package(bed.dir(), p);
-    r = qmx_in(bed, work, {"boot", "--update", "1", pkg});
-    EXPECT_EQ(r.status, 79);
-    EXPECT_EQ(r.err, "ERROR: Not a valid Torvane Boot Code file \n");
+    EXPECT_EQ(of(qmx_in(bed, work, {"boot", "--update", "1", pkg})),
+              Outcome(79, kBanner, "ERROR: Not a valid Torvane Boot Code file \n"));
     EXPECT_EQ(leftovers(work), "");
 
     EXPECT_TRUE(bed.log_clean());
@@ -154,10 +153,8 @@ TEST(BootUpdate, AllAdaptersOfTheLargeHostInParallel) {
     Bed bed = Bed::preset("large");
     Package p = full_package({1862, 1867});
     std::string pkg = boottest::make_package(bed.dir(), p);
-    Result r = bed.qmx({"boot", "--update", pkg, "-a"});
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(unspun(r.out), kBanner + "Boot code successfully updated for 16 adapters\n" + kReboot);
-    EXPECT_EQ(r.err, "");
+    EXPECT_EQ(of(bed.qmx({"boot", "--update", pkg, "-a"})),
+              Outcome(0, kBanner + "Boot code successfully updated for 16 adapters\n" + kReboot, ""));
     auto ads = adapters(bed);
     ASSERT_EQ(ads.size(), 16u);
     for (const auto& [serial, devid] : ads) expect_flashed(bed, p, serial, devid);
@@ -169,24 +166,40 @@ TEST(BootUpdate, AllAdaptersReportsEachFailureAndCountsTheRest) {
     Bed bed = Bed::preset("demo");  // adapter 1: 1862, adapter 2: a CNA of card type 1867
     Package p = full_package({1862});
     std::string pkg = boottest::make_package(bed.dir(), p);
-    Result r = bed.qmx({"boot", "--update", pkg, "-a"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(unspun(r.out), kBanner + "adapter id 2 boot update failed\n"
-                                       "Boot code successfully updated for 1 out of 2 adapters\n" + kReboot);
-    EXPECT_EQ(r.err, "ERROR: Boot image is not for the adapter(s) installed \n\n");
+    EXPECT_EQ(of(bed.qmx({"boot", "--update", pkg, "-a"})),
+              Outcome(0, kBanner + "adapter id 2 boot update failed\nBoot code successfully updated for 1 out of 2 adapters\n" + kReboot,
+                      "ERROR: Boot image is not for the adapter(s) installed \n\n"));
 
     // Nothing succeeds: no count line, no reboot advice.
     bed.fault({"request", "FLASH_UPDATE_PART", "status", "17"});
-    r = bed.qmx({"boot", "--update", pkg, "-a"});
-    EXPECT_EQ(r.status, 0);
-    EXPECT_EQ(unspun(r.out), kBanner + "adapter id 1 boot update failed\nadapter id 2 boot update failed\n");
-    EXPECT_EQ(r.err, "ERROR: Flash length is invalid \n\nERROR: Boot image is not for the adapter(s) installed \n\n");
+    EXPECT_EQ(of(bed.qmx({"boot", "--update", pkg, "-a"})),
+              Outcome(0, kBanner + "adapter id 1 boot update failed\nadapter id 2 boot update failed\n",
+                      "ERROR: Flash length is invalid \n\nERROR: Boot image is not for the adapter(s) installed \n\n"));
     EXPECT_TRUE(bed.log_clean());
 }
 
-// The package is refused before anything is written.
-TEST(BootUpdate, BadPackagesAndHostileArchivesAreRefusedWithTheirStatus) {
-    struct Case {
+TEST(BootUpdate, VpdIsRewrittenAfterTheOptionRomForCardsThatKeepTheVersionThere) {
+    Bed bed = Bed::from_json(R"({"adapters": [{"serial": "TVV2758001", "card_type": 2758, "device_id": "0x21",
+        "ports": [{"pwwn": "10:00:00:e1:f2:27:58:00", "functions": [{"pci": "0000:03:00.0"}]},
+                  {"pwwn": "10:00:00:e1:f2:27:58:01", "functions": [{"pci": "0000:03:00.1"}]}]}]})");
+    Package p = full_package({2758});
+    std::string pkg = boottest::make_package(bed.dir(), p);
+    bytes vpd = part(bed, "TVV2758001", VPD);
+    vpd.resize(512);
+    bed.clear_log();
+    Result r = bed.qmx({"boot", "--update", "1", pkg});
+    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(writes(bed), (strings{"2 0 70001", "1 0 1536", "9 0 512", "8 0 1536", "11 0 1234", "14 0 777",
+                                    "3 0 256", "3 1 256", "6 0 512"}));
+    // This VPD has no read-only section: it is written back as it was.
+    EXPECT_EQ(part(bed, "TVV2758001", VPD), vpd);
+    EXPECT_TRUE(bed.log_clean());
+}
+
+TEST(BootUpdate, BadPackagesCommandLineFormsAndFlashFailuresStopTheUpdate) {
+    Bed bed = Bed::preset("fc");
+    // A bad package is refused before anything is written.
+    struct Bad {
         const char* what;
         std::string boot_txt;
         std::string hash_text;
@@ -194,7 +207,7 @@ TEST(BootUpdate, BadPackagesAndHostileArchivesAreRefusedWithTheirStatus) {
         const char* err;
     };
     const std::string good_txt = "Version=3.0.0.0\n" + card(1862);
-    const Case cases[] = {
+    const Bad bad[] = {
         {"no <hash> in the digest member", good_txt, "digest " + std::string(32, '0') + "\n", 79,
          "Not a valid Torvane Boot Code file "},
         {"another digest", good_txt, "<hash>" + std::string(32, 'a') + "\n", 79, "Not a valid Torvane Boot Code file "},
@@ -205,18 +218,14 @@ TEST(BootUpdate, BadPackagesAndHostileArchivesAreRefusedWithTheirStatus) {
         {"no card for the adapter", "Version=3.0.0.0\n" + card(1867), "", 169,
          "Boot image is not for the adapter(s) installed "},
     };
-    Bed bed = Bed::preset("fc");
-    for (const Case& c : cases) {
+    for (const Bad& c : bad) {
         SCOPED_TRACE(c.what);
         Package p = full_package({});
         p.boot_txt = c.boot_txt;
         p.hash_text = c.hash_text;
         std::string pkg = boottest::make_package(bed.dir(), p);
         bed.clear_log();
-        Result r = bed.qmx({"boot", "--update", "1", pkg});
-        EXPECT_EQ(r.status, c.status);
-        EXPECT_EQ(r.err, std::string("ERROR: ") + c.err + "\n");
-        EXPECT_EQ(unspun(r.out), kBanner);
+        EXPECT_EQ(of(bed.qmx({"boot", "--update", "1", pkg})), Outcome(c.status, kBanner, std::string("ERROR: ") + c.err + "\n"));
         EXPECT_TRUE(writes(bed).empty());
     }
 
@@ -247,35 +256,13 @@ TEST(BootUpdate, BadPackagesAndHostileArchivesAreRefusedWithTheirStatus) {
     for (const Hostile& c : hostile) {
         SCOPED_TRACE(c.what);
         boottest::put_file(bed.dir() + "/bad.tar", c.data);
-        Result r = bed.qmx({"boot", "--update", "1", bed.dir() + "/bad.tar"});
-        EXPECT_EQ(r.status, 79);
-        EXPECT_EQ(r.err, "ERROR: Not a valid Torvane Boot Code file \n");
+        EXPECT_EQ(of(bed.qmx({"boot", "--update", "1", bed.dir() + "/bad.tar"})),
+                  Outcome(79, kBanner, "ERROR: Not a valid Torvane Boot Code file \n"));
         EXPECT_TRUE(writes(bed).empty());
     }
     EXPECT_TRUE(bed.log_clean());
-}
 
-TEST(BootUpdate, VpdIsRewrittenAfterTheOptionRomForCardsThatKeepTheVersionThere) {
-    Bed bed = Bed::from_json(R"({"adapters": [{"serial": "TVV2758001", "card_type": 2758, "device_id": "0x21",
-        "ports": [{"pwwn": "10:00:00:e1:f2:27:58:00", "functions": [{"pci": "0000:03:00.0"}]},
-                  {"pwwn": "10:00:00:e1:f2:27:58:01", "functions": [{"pci": "0000:03:00.1"}]}]}]})");
-    Package p = full_package({2758});
-    std::string pkg = boottest::make_package(bed.dir(), p);
-    bytes vpd = part(bed, "TVV2758001", VPD);
-    vpd.resize(512);
-    bed.clear_log();
-    Result r = bed.qmx({"boot", "--update", "1", pkg});
-    EXPECT_EQ(r.status, 0) << r.err;
-    EXPECT_EQ(writes(bed), (strings{"2 0 70001", "1 0 1536", "9 0 512", "8 0 1536", "11 0 1234", "14 0 777",
-                                    "3 0 256", "3 1 256", "6 0 512"}));
-    // This VPD has no read-only section: it is written back as it was.
-    EXPECT_EQ(part(bed, "TVV2758001", VPD), vpd);
-    EXPECT_TRUE(bed.log_clean());
-}
-
-TEST(BootUpdate, CommandLineFormsThenFlashFailuresThatStopTheUpdate) {
-    Bed bed = Bed::preset("fc");
-    std::string pkg = boottest::make_package(bed.dir(), full_package({1862}));
+    // Command-line forms.
     const std::string syntax = "ERROR: command \"--update\" syntax is incorrect or one of the parameters is incorrect\n";
     struct Case {
         strings args;
@@ -326,9 +313,7 @@ TEST(BootUpdate, CommandLineFormsThenFlashFailuresThatStopTheUpdate) {
     // The first write fails: nothing after it is written, the option ROM is not enabled.
     bed.fault({"request", "FLASH_UPDATE_PART", "status", "17", "times", "1"});
     bed.clear_log();
-    r = bed.qmx({"boot", "--update", "1", pkg});
-    EXPECT_EQ(r.status, 17);
-    EXPECT_EQ(r.err, "ERROR: Flash length is invalid \n");
+    EXPECT_EQ(of(bed.qmx({"boot", "--update", "1", pkg})), Outcome(17, kBanner, "ERROR: Flash length is invalid \n"));
     EXPECT_EQ(scen::requests(bed, "FLASH_UPDATE_PART").size(), 1u);
     EXPECT_TRUE(scen::requests(bed, "FLASH_ENABLE_OPTROM").empty());
 
@@ -338,9 +323,7 @@ TEST(BootUpdate, CommandLineFormsThenFlashFailuresThatStopTheUpdate) {
     pkg = boottest::make_package(bed.dir(), p);
     bed.clear_faults();
     bed.clear_log();
-    r = bed.qmx({"boot", "--update", "1", pkg});
-    EXPECT_EQ(r.status, 182);
-    EXPECT_EQ(r.err, "ERROR: Boot code is bad \n");
+    EXPECT_EQ(of(bed.qmx({"boot", "--update", "1", pkg})), Outcome(182, kBanner, "ERROR: Boot code is bad \n"));
     EXPECT_EQ(writes(bed), strings{"2 0 70001"});
     EXPECT_TRUE(bed.log_clean());
 }
@@ -357,10 +340,7 @@ TEST(BootUpdate, SeventeenAdaptersAreRefusedBeforeAnythingIsOpened) {
     Bed bed = Bed::from_json(json + "]}");
     for (const strings& args : {strings{"boot", "--update", "/nonexistent.tar", "-a"},
                                 strings{"boot", "--update", "1", "/nonexistent.tar"}}) {
-        Result r = bed.qmx(args);
-        EXPECT_EQ(r.status, 1);
-        EXPECT_EQ(r.out, "Adapter count exceeds the maximum!\n");
-        EXPECT_EQ(r.err, "ERROR: Operation failed \n");
+        EXPECT_EQ(of(bed.qmx(args)), Outcome(1, "Adapter count exceeds the maximum!\n", "ERROR: Operation failed \n"));
     }
     EXPECT_TRUE(bed.log_clean());
 }

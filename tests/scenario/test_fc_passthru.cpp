@@ -63,6 +63,11 @@ TEST(FcPassthru, ElsToRemotePortsAndCtToTheFabricGetTheirAnswers) {
          "bsg /dev/bsg/fc_host5 ELS RNID d_id=0xfffffd -> LS_ACC len=24"},
         {{"0", "0", "els", "123456", "10000000"}, "rc=42\n",
          "bsg /dev/bsg/fc_host5 ELS ECHO d_id=0x123456 -> errno=EIO (no port at 0x123456)"},
+        // The library opens a remote port's node by the port's SCSI target id, the kernel names
+        // it by the port's number on the host: where the two differ another port gets the frame.
+        {{"0", "50:0e:1f:20:00:00:00:0b", "els", "0", kAdisc},
+         "rc=0 len=28 rsp=0200000000000000" "210000e1f2990000" "210000e1f2990000" "00020200\n",
+         "bsg /dev/bsg/rport-5:0-1 ELS ADISC -> LS_ACC len=28"},
     };
     for (const Case& c : cases) {
         bed.clear_log();
@@ -73,15 +78,6 @@ TEST(FcPassthru, ElsToRemotePortsAndCtToTheFabricGetTheirAnswers) {
         EXPECT_EQ(bed.log().back(), c.log);
         EXPECT_TRUE(bed.log_clean());
     }
-}
-
-// The library opens a remote port's node by the port's SCSI target id, the kernel names it by
-// the port's number on the host: where the two differ another port gets the frame.
-TEST(FcPassthru, TheNodeOpenedForATargetIsTheOneNumberedLikeItsTargetId) {
-    Bed bed = Bed::from_json(kHost);
-    Result r = bed.run({FCPT_CLIENT_BIN, "0", "50:0e:1f:20:00:00:00:0b", "els", "0", kAdisc});
-    EXPECT_EQ(r.out, "rc=0 len=28 rsp=0200000000000000" "210000e1f2990000" "210000e1f2990000" "00020200\n");
-    EXPECT_EQ(bed.log().back(), "bsg /dev/bsg/rport-5:0-1 ELS ADISC -> LS_ACC len=28");
     // Nodes for the target and initiator ports, by number; none for the fabric's.
     for (const char* node : {"/dev/bsg/rport-5:0-3", "/dev/rport-6:0-0"})
         EXPECT_TRUE(std::filesystem::exists(bed.root() + node)) << node;

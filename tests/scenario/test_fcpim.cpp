@@ -78,7 +78,7 @@ strings conf_lines(const Bed& bed, const std::string& part) {
 
 // ---- I-T nexus --------------------------------------------------------------------------------
 
-TEST(FcpimQuery, AttributesOfOnlineOfflineAndInitiatorNexuses) {
+TEST(FcpimQuery, AttributesOfOnlineOfflineAndInitiatorNexusesAndErrors) {
     Bed bed = Bed::from_json(host());
     const std::string online = query_out("online", "Supported", "Supported", "Not Supported",
                                          "Not Supported", "Enabled");
@@ -97,10 +97,8 @@ TEST(FcpimQuery, AttributesOfOnlineOfflineAndInitiatorNexuses) {
     EXPECT_NE(asked[0].find(std::string("lpwwn ") + kLocal0 + " rpwwn " + target(0)), std::string::npos)
         << asked[0];
     EXPECT_TRUE(bed.log_clean());
-}
 
-TEST(FcpimQuery, WordAndNexusErrors) {
-    Bed bed = Bed::from_json(host());
+    bed.clear_log();
     struct Case {
         strings args;
         int status;
@@ -121,18 +119,6 @@ TEST(FcpimQuery, WordAndNexusErrors) {
     }
     // Word errors are found before anything is asked of the driver's nexus table.
     EXPECT_EQ(requests(bed, "ITNIM_GET_ATTR").size(), 3u);
-    EXPECT_TRUE(bed.log_clean());
-}
-
-TEST(FcpimStatsclr, ResetsTheNamedNexus) {
-    Bed bed = Bed::from_json(host());
-    EXPECT_TRUE(prints(bed.qmx({"fcpim", "--statsclr", "1/1", kTarget}),
-                       "Successfully reset the fcpim level stats\n"));
-    strings sent = requests(bed, "ITNIM_RESET_STATS");
-    ASSERT_EQ(sent.size(), 1u);
-    EXPECT_EQ(sent[0].rfind("bsg /dev/bsg/fc_host6 ITNIM_RESET_STATS vcmd=50 ", 0), 0u) << sent[0];
-    EXPECT_TRUE(fails(bed.qmx({"fcpim", "--statsclr", "1/1", target(0)}), 19,
-                      err("Unknown remote port WWN ")));
     EXPECT_TRUE(bed.log_clean());
 }
 
@@ -205,6 +191,12 @@ TEST(FcpimThrottle, QuerySetAndClearAgainstTheDriversMaximum) {
                        "Default IO Throttle value will be effective on next reboot.\n"));
     EXPECT_TRUE(prints(bed.qmx({"fcpim", "--throttlequery", "1/1"}), head + "Configured\t: 1024\n"));
     EXPECT_TRUE(bed.log_clean());
+
+    // The configured value takes effect at the driver's next start.
+    ASSERT_EQ(bed.qmx({"fcpim", "--throttleset", "1/1", "100"}).status, 0);
+    ASSERT_EQ(bed.kvosim("restart").status, 0);
+    EXPECT_TRUE(prints(bed.qmx({"fcpim", "--throttlequery", "1/1"}),
+                       "IO Throttle:\nMax allowed\t: 1024\nCurrent value\t: 100\n"));
 }
 
 // ---- Target reset list ------------------------------------------------------------------------
@@ -334,8 +326,18 @@ TEST(FcpimStats, ByteTotalIsA32BitSumThatWraps) {
     EXPECT_NE(r.out.find("\nTotal data transferred in bytes  : 705032704\n"), std::string::npos) << r.out;
 }
 
-TEST(FcpimStats, AFailedSecondQueryEndsAfterTheFirstTable) {
+TEST(FcpimStatsclr, ResetsTheNamedNexusAndAFailedStatsQueryStopsAfterTheFirstTable) {
     Bed bed = Bed::from_json(host());
+    EXPECT_TRUE(prints(bed.qmx({"fcpim", "--statsclr", "1/1", kTarget}),
+                       "Successfully reset the fcpim level stats\n"));
+    strings sent = requests(bed, "ITNIM_RESET_STATS");
+    ASSERT_EQ(sent.size(), 1u);
+    EXPECT_EQ(sent[0].rfind("bsg /dev/bsg/fc_host6 ITNIM_RESET_STATS vcmd=50 ", 0), 0u) << sent[0];
+    EXPECT_TRUE(fails(bed.qmx({"fcpim", "--statsclr", "1/1", target(0)}), 19,
+                      err("Unknown remote port WWN ")));
+    EXPECT_TRUE(bed.log_clean());
+
+    // A failed second query of --stats ends after the first table.
     bed.fault({"request", "ITNIM_GET_IOSTATS", "status", "35"});
     Result r = bed.qmx({"fcpim", "--stats", "1/0", target(0)});
     EXPECT_EQ(r.status, 35);
@@ -343,12 +345,4 @@ TEST(FcpimStats, AFailedSecondQueryEndsAfterTheFirstTable) {
     EXPECT_EQ(r.err, err("Remote port is offline "));
     EXPECT_TRUE(fails(bed.qmx({"fcpim", "--stats", "1/0", "50:0e:1f:20:00:00:00:77"}), 19,
                       err("Unknown remote port WWN ")));
-}
-
-TEST(FcpimThrottle, ConfiguredValueTakesEffectAtTheDriversNextStart) {
-    Bed bed = Bed::from_json(host());
-    ASSERT_EQ(bed.qmx({"fcpim", "--throttleset", "1/1", "100"}).status, 0);
-    ASSERT_EQ(bed.kvosim("restart").status, 0);
-    EXPECT_TRUE(prints(bed.qmx({"fcpim", "--throttlequery", "1/1"}),
-                       "IO Throttle:\nMax allowed\t: 1024\nCurrent value\t: 100\n"));
 }

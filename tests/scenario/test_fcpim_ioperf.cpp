@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "harness.h"
@@ -67,6 +68,10 @@ Result ioperf(const Bed& bed, strings args) {
     return bed.qmx(args);
 }
 
+// Exit status, standard output and standard error of a run, to compare at once.
+using Outcome = std::tuple<int, std::string, std::string>;
+Outcome of(const Result& r) { return {r.status, r.out, r.err}; }
+
 std::string words(const strings& args) {
     std::string w;
     for (const std::string& a : args) w += " " + a;
@@ -75,8 +80,16 @@ std::string words(const strings& args) {
 
 }  // namespace
 
-TEST(FcpimIoperf, RatesOfAPortAndARangeAtEachLevel) {
+TEST(FcpimIoperf, RatesOfAPortAndARangeAtEachLevelAndArgumentErrors) {
     Bed bed = Bed::from_json(kHost);
+    // It sleeps the interval count times and divides by it.
+    bed.clear_log();
+    const std::string row = " 2/0/2     256       1.0 MB/s \n\n";
+    EXPECT_TRUE(prints(ioperf(bed, {"2/0", "-i", "5", "-c", "3"}), kHeadPort + row + row + row));
+    EXPECT_EQ(lines_with(scen::read_text(bed.dir() + "/log").value_or(""), "sleep "),
+              (strings{"sleep 5 s -> io_clock=5", "sleep 5 s -> io_clock=10", "sleep 5 s -> io_clock=15"}));
+    EXPECT_EQ(requests(bed, "FCPIM_GET_MODSTATS").size(), 4u);  // a priming read, then one a sample
+
     const std::string skipped = "\nInfo: ioc 3 skipped\n\n";
     struct Case {
         strings args;
@@ -123,44 +136,24 @@ TEST(FcpimIoperf, RatesOfAPortAndARangeAtEachLevel) {
     for (const Case& c : cases) {
         strings args = c.args;
         args.insert(args.end(), {"-c", "1"});
-        Result r = ioperf(bed, args);
-        EXPECT_EQ(r.status, 0) << words(c.args) << "\n" << r.err;
-        EXPECT_EQ(r.out, c.out) << words(c.args);
-        EXPECT_EQ(r.err, c.err) << words(c.args);
+        EXPECT_EQ(of(ioperf(bed, args)), Outcome(0, c.out, c.err)) << words(c.args);
     }
+    // A remote port that no logical port lists is an unknown one.
+    EXPECT_TRUE(fails(ioperf(bed, {"1/0", "-r", "50:0e:1f:20:00:00:00:77"}), 19,
+                      "ERROR: rpwwn 10:00:00:e1:f2:00:10:00:50:0e:1f:20:00:00:00:77 do not match\n"
+                      "ERROR: rpwwn 30:00:00:e1:f2:00:10:01:50:0e:1f:20:00:00:00:77 do not match\n"
+                      "ERROR: Unknown remote port WWN \n"));
     EXPECT_TRUE(bed.log_clean());
-}
 
-TEST(FcpimIoperf, SleepsTheIntervalCountTimesAndDividesByIt) {
-    Bed bed = Bed::from_json(kHost);
-    bed.clear_log();
-    const std::string row = " 2/0/2     256       1.0 MB/s \n\n";
-    EXPECT_TRUE(prints(ioperf(bed, {"2/0", "-i", "5", "-c", "3"}), kHeadPort + row + row + row));
-    EXPECT_EQ(lines_with(scen::read_text(bed.dir() + "/log").value_or(""), "sleep "),
-              (strings{"sleep 5 s -> io_clock=5", "sleep 5 s -> io_clock=10", "sleep 5 s -> io_clock=15"}));
-    EXPECT_EQ(requests(bed, "FCPIM_GET_MODSTATS").size(), 4u);  // a priming read, then one a sample
-}
-
-TEST(FcpimIoperf, ACounterThatWentBackwardsCountsNewPlusFourMinusOld) {
-    // A million one-byte reads a second: after 4294 seconds the counters are just below 2^32
-    // and wrap during the next second.
-    Bed bed = Bed::from_json(R"({"sleep": "io_clock", "adapters": [{"serial": "TVF0000001",
-      "ports": [{"pwwn": "10:00:00:e1:f2:00:10:00", "functions": [{"pci": "0000:03:00.0",
-        "rports": [{"pwwn": "50:0e:1f:20:00:a1:00:01", "ext": {"io": {"read_iops": 1000000, "io_size": 1}}}]}]}]}]})");
-    ASSERT_EQ(bed.kvosim("io", {"4294"}).status, 0);
-    EXPECT_TRUE(prints(ioperf(bed, {"1/0", "-c", "1"}), kHeadPort + " 1/0/0  1000004     976.3 KB/s \n\n"));
-}
-
-TEST(FcpimIoperf, ArgumentsAreJudgedBeforeAnythingIsRead) {
-    Bed bed = Bed::from_json(kHost);
+    // Arguments are judged before anything is read.
     bed.clear_log();
     const std::string failed = "ERROR: Operation failed \n";
     const std::string syntax = "ERROR: command \"--ioperf\" syntax is incorrect or one of the parameters is incorrect\n";
-    struct Case {
+    struct Bad {
         strings args;
         int status;
         std::string err;
-    } cases[] = {
+    } bad[] = {
         {{"9/9", "-c", "0"}, 0, ""},  // a count of 0 ends before the port is looked at
         {{"1/0", "-c", "0", "-i", "0"}, exit_of(4019), "ERROR: Invalid interval value\n"},
         {{"1/0", "-l", "12"}, exit_of(4008), "ERROR: Incorrectly formatted WWN\n"},
@@ -171,15 +164,20 @@ TEST(FcpimIoperf, ArgumentsAreJudgedBeforeAnythingIsRead) {
         {{"1/0-2/1", "-r", kTgtA, "-l"}, 1, "\nERROR: rport WWN is invalid for port range option.\n\n" + failed},
         {{"9/9", "-c", "1"}, exit_of(4011), "ERROR: port id \"9/9\" in command is incorrect\n"},
     };
-    for (const Case& c : cases) {
-        Result r = ioperf(bed, c.args);
-        EXPECT_EQ(r.status, c.status) << words(c.args);
-        EXPECT_EQ(r.out, "") << words(c.args);
-        EXPECT_EQ(r.err, c.err) << words(c.args);
-    }
+    for (const Bad& c : bad) EXPECT_EQ(of(ioperf(bed, c.args)), Outcome(c.status, "", c.err)) << words(c.args);
     // A word with a '-' is never a WWN: -c has no value here.
     EXPECT_EQ(ioperf(bed, {"1/0", "-l", "-c"}).status, exit_of(4001));
     EXPECT_EQ(requests(bed, "FABRIC_GET_LPORTS").size() + requests(bed, "FCPIM_GET_MODSTATS").size(), 0u);
+}
+
+TEST(FcpimIoperf, ACounterThatWentBackwardsCountsNewPlusFourMinusOld) {
+    // A million one-byte reads a second: after 4294 seconds the counters are just below 2^32
+    // and wrap during the next second.
+    Bed bed = Bed::from_json(R"({"sleep": "io_clock", "adapters": [{"serial": "TVF0000001",
+      "ports": [{"pwwn": "10:00:00:e1:f2:00:10:00", "functions": [{"pci": "0000:03:00.0",
+        "rports": [{"pwwn": "50:0e:1f:20:00:a1:00:01", "ext": {"io": {"read_iops": 1000000, "io_size": 1}}}]}]}]}]})");
+    ASSERT_EQ(bed.kvosim("io", {"4294"}).status, 0);
+    EXPECT_TRUE(prints(ioperf(bed, {"1/0", "-c", "1"}), kHeadPort + " 1/0/0  1000004     976.3 KB/s \n\n"));
 }
 
 TEST(FcpimIoperf, FailuresSayWhichObjectAndEndWithTheStatus) {
@@ -209,17 +207,8 @@ TEST(FcpimIoperf, FailuresSayWhichObjectAndEndWithTheStatus) {
         bed.fault({"request", c.code, "status", "56", "times", "1"});
         strings args = c.args;
         args.insert(args.end(), {"-c", "1"});
-        Result r = ioperf(bed, args);
-        EXPECT_EQ(r.status, c.status) << c.code;
-        EXPECT_EQ(r.out, c.out) << c.code;
-        EXPECT_EQ(r.err, c.err) << c.code;
+        EXPECT_EQ(of(ioperf(bed, args)), Outcome(c.status, c.out, c.err)) << c.code;
     }
-    // A remote port that no logical port lists is an unknown one.
-    Bed bed = Bed::from_json(kHost);
-    EXPECT_TRUE(fails(ioperf(bed, {"1/0", "-r", "50:0e:1f:20:00:00:00:77"}), 19,
-                      "ERROR: rpwwn 10:00:00:e1:f2:00:10:00:50:0e:1f:20:00:00:00:77 do not match\n"
-                      "ERROR: rpwwn 30:00:00:e1:f2:00:10:01:50:0e:1f:20:00:00:00:77 do not match\n"
-                      "ERROR: Unknown remote port WWN \n"));
 }
 
 TEST(FcpimIoperf, LongListsAreCutToTheTable) {

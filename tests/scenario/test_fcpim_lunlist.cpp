@@ -5,6 +5,7 @@
 
 #include <cctype>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "harness.h"
@@ -42,6 +43,14 @@ std::string host(json rports, json top = json::object(), json fn_ext = json::obj
                                     {"ports", json::array({{{"port", 0}, {"pwwn", kLocal},
                                                             {"functions", json::array({fn})}}})}}});
     return top.dump();
+}
+
+// LUN 0, then LUNs 1 to n - 1 that the host has no device for (no name).
+json luns_up_to(unsigned n) {
+    json luns = json::array({disk(0, 2048)});
+    for (unsigned l = 1; l < n; ++l) luns.push_back(disk(l, 2048));
+    for (unsigned l = 1; l < n; ++l) luns[l]["present"] = false;
+    return luns;
 }
 
 // A target whose nexus is offline, an initiator, and a disk array whose LUNs cover the size
@@ -108,6 +117,10 @@ std::string incorrect() {
     return "ERROR: command \"--lunlist\" syntax is incorrect or one of the parameters is incorrect\n";
 }
 
+// Exit status, standard output and standard error of a run, to compare at once.
+using Outcome = std::tuple<int, std::string, std::string>;
+Outcome of(const Result& r) { return {r.status, r.out, r.err}; }
+
 // The LUN column of each row ("0:0002-0000-0000-0000").
 strings row_luns(const std::string& out) {
     strings luns;
@@ -119,7 +132,7 @@ strings row_luns(const std::string& out) {
 
 }  // namespace
 
-TEST(FcpimLunlist, PlainRowsNameEachLunsOsDevice) {
+TEST(FcpimLunlist, PlainAndVerboseRowsOfEveryKindOfLun) {
     Bed bed = Bed::from_json(host(mixed_rports()));
     EXPECT_TRUE(prints(bed.qmx({"fcpim", "--lunlist", "1/0"}), kMixedPlain));
     // The offline nexus is refused before any SCSI command; the initiator is not asked at all.
@@ -127,20 +140,9 @@ TEST(FcpimLunlist, PlainRowsNameEachLunsOsDevice) {
     ASSERT_EQ(rpl.size(), 1u);
     EXPECT_EQ(rpl[0], "scsi /dev/sg0 REPORT_LUNS 2:0:0:0 alloc=816 -> status=0");
     EXPECT_TRUE(bed.log_clean());
-}
 
-// Kernels from 6.1 on refuse the to-and-from transfer every read is sent with: no command reaches
-// a target, and each one's listing fails alone.
-TEST(FcpimLunlist, SgThatRefusesToAndFromTransfersFailsEveryReportLuns) {
-    Bed bed = Bed::from_json(host(mixed_rports(), {{"sg_to_from", "refused"}}));
-    EXPECT_TRUE(prints(bed.qmx({"fcpim", "--lunlist", "1/0", "-v"}),
-                       kVerboseHead + "Report Luns failed\nReport Luns failed\n" + kVerboseTail));
-    EXPECT_EQ(bed.bad_lines(),
-              strings{"BAD scsi /dev/sg0 SG_IO: to-and-from transfer (refused from kernel 6.1 on) -> errno=ENOMEM"});
-}
-
-TEST(FcpimLunlist, VerboseRowsAskEachLunThroughItsOwnNodeOrAnother) {
-    Bed bed = Bed::from_json(host(mixed_rports()));
+    // Verbose, each LUN is asked through its own node or another.
+    bed.clear_log();
     EXPECT_TRUE(prints(bed.qmx({"fcpim", "--lunlist", "1/0", "-v"}), kMixedVerbose));
     strings inq = requests(bed, "INQUIRY");
     ASSERT_EQ(inq.size(), 9u);
@@ -154,6 +156,16 @@ TEST(FcpimLunlist, VerboseRowsAskEachLunThroughItsOwnNodeOrAnother) {
     // -v may come anywhere, also before -l.
     EXPECT_TRUE(prints(bed.qmx({"fcpim", "--lunlist", "1/0", "-v", "-l", kLocal}), kMixedVerbose));
     EXPECT_TRUE(bed.log_clean());
+}
+
+// Kernels from 6.1 on refuse the to-and-from transfer every read is sent with: no command reaches
+// a target, and each one's listing fails alone.
+TEST(FcpimLunlist, SgThatRefusesToAndFromTransfersFailsEveryReportLuns) {
+    Bed bed = Bed::from_json(host(mixed_rports(), {{"sg_to_from", "refused"}}));
+    EXPECT_TRUE(prints(bed.qmx({"fcpim", "--lunlist", "1/0", "-v"}),
+                       kVerboseHead + "Report Luns failed\nReport Luns failed\n" + kVerboseTail));
+    EXPECT_EQ(bed.bad_lines(),
+              strings{"BAD scsi /dev/sg0 SG_IO: to-and-from transfer (refused from kernel 6.1 on) -> errno=ENOMEM"});
 }
 
 TEST(FcpimLunlist, OldSysfsLayoutAndKernelListingOrderGiveTheSameNames) {
@@ -185,13 +197,7 @@ TEST(FcpimLunlist, ListLongerThanTheFirstAnswerIsAskedForOnceMore) {
         {300, {"alloc=816", "alloc=2408"}},
     };
     for (const Case& c : cases) {
-        json luns = json::array({disk(0, 2048)});
-        for (unsigned l = 1; l < c.luns; ++l) {
-            json d = disk(l, 2048);
-            d["present"] = false;  // the host has no device for it: no name
-            luns.push_back(d);
-        }
-        Bed bed = Bed::from_json(host(json::array({target(kArray, 0, luns)})));
+        Bed bed = Bed::from_json(host(json::array({target(kArray, 0, luns_up_to(c.luns))})));
         Result r = bed.qmx({"fcpim", "--lunlist", "1/0"});
         ASSERT_EQ(r.status, 0) << r.err;
         strings rows = row_luns(r.out);
@@ -306,10 +312,7 @@ TEST(FcpimLunlist, DriverAndNodeFailures) {
     for (const Case& c : cases) {
         Bed bed = Bed::from_json(bed_json);
         bed.fault(c.rule);
-        Result r = bed.qmx({"fcpim", "--lunlist", "1/0"});
-        EXPECT_EQ(r.status, c.status) << c.rule[1];
-        EXPECT_EQ(r.out, c.out) << c.rule[1];
-        EXPECT_EQ(r.err, c.err) << c.rule[1];
+        EXPECT_EQ(of(bed.qmx({"fcpim", "--lunlist", "1/0"})), Outcome(c.status, c.out, c.err)) << c.rule[1];
         EXPECT_TRUE(bed.log_clean());
     }
 
@@ -344,13 +347,7 @@ TEST(FcpimLunlist, OverlongTapeLinkIsCutAndStillNamesANode) {
 }
 
 TEST(FcpimLuns, AtMost1024OfALongerListReachTheCaller) {
-    json luns = json::array({disk(0, 2048)});
-    for (unsigned l = 1; l < 1100; ++l) {
-        json d = disk(l, 2048);
-        d["present"] = false;
-        luns.push_back(d);
-    }
-    Bed bed = Bed::from_json(host(json::array({target(kArray, 0, luns)})));
+    Bed bed = Bed::from_json(host(json::array({target(kArray, 0, luns_up_to(1100))})));
     Result r = bed.run({KVOL_LUNS_BIN, "0", kArray});
     ASSERT_EQ(r.status, 0) << r.err;
     strings out = scen::lines(r.out);
