@@ -26,10 +26,9 @@ bool fake_exists(const char* path) { return g_nodes.count(path) > 0; }
 }  // namespace
 
 TEST_F(PciName, FunctionAddressesMatchAndDriverFilesDoNot) {
-    EXPECT_TRUE(match("0000:03:00.0"));
-    EXPECT_TRUE(match("0000:af:1f.7"));
-    EXPECT_TRUE(match("0000:03:00x1"));  // the separator before the function is any character
-    EXPECT_TRUE(match("10000:03:00.1"));  // not anchored
+    // The separator before the function is any character, and the match is not anchored.
+    for (const char* s : {"0000:03:00.0", "0000:af:1f.7", "0000:03:00x1", "10000:03:00.1"})
+        EXPECT_TRUE(match(s)) << s;
     for (const char* s : {"bind", "unbind", "new_id", "remove_id", "module", "uevent", ".", "..",
                           "0000:03:00", "0000:03:00.", "0000:03:0.1", "0000:AF:00.0",
                           "0000:03:00.A", "000:03:00.1"})

@@ -311,7 +311,8 @@ TEST(StatsPrint, UnionArmsChosenByTableName) {
         {"SCSI stats\n", "\tCount : 1\n\tPlain : 3\n"},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(printed(&holder.t, rec.data(), 0, c.filter), c.out) << (c.filter ? c.filter : "(none)");
+        EXPECT_EQ(printed(&holder.t, rec.data(), 0, c.filter), c.out)
+            << (c.filter ? c.filter : "(none)");
     }
 }
 
@@ -364,8 +365,10 @@ TEST(StatsPrint, ProductTablesNameTheirCountersAndReadEachWordInOrder) {
         ASSERT_EQ(c.lines.size(), c.count);
         for (size_t i = 0; i < c.count; i++) {
             std::string n = std::to_string(c.first + i + (i >= c.gap_at ? 1 : 0));
-            if (i < c.names.size()) EXPECT_EQ(c.lines[i], "\t" + std::string(c.names[i]) + " : " + n);
-            else EXPECT_EQ(c.lines[i].substr(c.lines[i].rfind(' ') + 1), n) << c.lines[i];
+            if (i < c.names.size())
+                EXPECT_EQ(c.lines[i], "\t" + std::string(c.names[i]) + " : " + n);
+            else
+                EXPECT_EQ(c.lines[i].substr(c.lines[i].rfind(' ') + 1), n) << c.lines[i];
         }
     }
 }

@@ -28,7 +28,8 @@ using unit::stdout_of;
 template <typename R>
 void check_words(R (*parse)(const char*), const char* what,
                  std::initializer_list<std::pair<const char*, R>> rows) {
-    for (const auto& [word, want] : rows) EXPECT_EQ(parse(word), want) << what << " \"" << word << '"';
+    for (const auto& [word, want] : rows)
+        EXPECT_EQ(parse(word), want) << what << " \"" << word << '"';
 }
 
 // ---- WWN -----------------------------------------------------------------------------------
@@ -227,7 +228,8 @@ TEST(Printers, Duration) {
         {86399, "23:59:59"},      {86400, "1 days, 00:00:00"}, {90061, "1 days, 01:01:01"},
         {UINT32_MAX, "49710 days, 06:28:15"},
     };
-    for (const auto& [s, want] : rows) EXPECT_EQ(stdout_of([s = s] { qmx_print_duration(s); }), want) << s;
+    for (const auto& [s, want] : rows)
+        EXPECT_EQ(stdout_of([s = s] { qmx_print_duration(s); }), want) << s;
 }
 
 // ---- Files and argument copies -------------------------------------------------------------
