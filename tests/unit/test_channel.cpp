@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <tuple>
 #include <utility>
 
 #include "kvol.h"
@@ -217,11 +218,10 @@ TEST(ChannelScsi, GenericHeaderFromTheRecord) {
 }
 
 TEST(ChannelFlash, EepromWriteStartsFourBytesEarlyExceptAtZero) {
-    EXPECT_EQ(kvol_eeprom_offset(0x10000, true), 0xFFFCu);
-    EXPECT_EQ(kvol_eeprom_offset(0x10000, false), 0x10000u);
-    EXPECT_EQ(kvol_eeprom_offset(0, true), 0u);
-    EXPECT_EQ(kvol_eeprom_offset(0, false), 0u);
-    EXPECT_EQ(kvol_eeprom_offset(4, true), 0u);
+    const std::tuple<uint32_t, bool, uint32_t> rows[] = {
+        {0x10000, true, 0xFFFC}, {0x10000, false, 0x10000}, {0, true, 0}, {0, false, 0}, {4, true, 0}};
+    for (auto [off, write, want] : rows)
+        EXPECT_EQ(kvol_eeprom_offset(off, write), want) << off << " " << write;
 }
 
 TEST(ChannelIoc, RequestsCarryTheInstanceAndSurfaceTheChannelFailure) {

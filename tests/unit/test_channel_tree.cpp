@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kvol.h"
@@ -166,12 +167,11 @@ TEST_F(Tree, LookupsByWordWwnAndFunction) {
     add_ioc({"0000:05:00.1", "0000:05:00", KVO_IOC_TYPE_LL, 0, 0, "eth1"});
     build();
 
-    EXPECT_EQ(kvol_adapter_get_by_str("0000:05:00"), kvol_adapter_get_by_idx(2));
-    EXPECT_EQ(kvol_adapter_get_by_str("SN-0000:03:"), kvol_adapter_get_by_idx(1));
-    EXPECT_EQ(kvol_adapter_get_by_str("name-2"), kvol_adapter_get_by_idx(2));
-    EXPECT_EQ(kvol_adapter_get_by_str("name-1"), nullptr);  // joined adapter 1: not its name
-    EXPECT_EQ(kvol_adapter_get_by_str("0000:05"), nullptr);
-    EXPECT_EQ(kvol_adapter_get_by_str(""), nullptr);
+    // By path, serial number or name; "name-1" joined adapter 1 and is not its name (0: none).
+    const std::pair<const char*, int> words[] = {{"0000:05:00", 2}, {"SN-0000:03:", 1}, {"name-2", 2},
+                                                 {"name-1", 0},     {"0000:05", 0},     {"", 0}};
+    for (auto [w, idx] : words)
+        EXPECT_EQ(kvol_adapter_get_by_str(w), idx ? kvol_adapter_get_by_idx(idx) : nullptr) << w;
 
     EXPECT_EQ(path(kvol_adapter_get_ioc_by_wwn(W1)), "0000:03:00.1");
     EXPECT_EQ(path(kvol_adapter_get_ioc_by_wwn(W0 + 0x1000000000000000)), "0000:03:00.0");

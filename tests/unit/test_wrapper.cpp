@@ -286,10 +286,8 @@ TEST(AdapterPortWord, OutOfRangeNumbersStillParse) {
 }
 
 TEST(AdapterWord, DigitsMustBeAllDigits) {
-    EXPECT_EQ(qmx_get_adapter_id("12abc"), nullptr);
-    EXPECT_EQ(qmx_get_adapter_id("0"), nullptr);
-    EXPECT_EQ(qmx_get_adapter_id("1"), nullptr);  // no adapter scanned
-    EXPECT_EQ(qmx_get_adapter_id(""), nullptr);
+    // "1" is all digits, but no adapter was scanned.
+    for (const char* w : {"12abc", "0", "1", ""}) EXPECT_EQ(qmx_get_adapter_id(w), nullptr) << w;
     EXPECT_EQ(qmx_get_adapter_by_id(0), nullptr);
     EXPECT_EQ(qmx_get_adapter_by_id(-1), nullptr);
     EXPECT_EQ(qmx_get_ioc_by_adapter_id(1), nullptr);
