@@ -27,6 +27,17 @@ std::vector<CARD_DATA_T> parse(const std::string& text, kvo_status_t expect = KV
     return cards;
 }
 
+// A card as one line: its type, its seven names ("-" for none), its instances, their count.
+std::string card(const CARD_DATA_T& c) {
+    std::string s = std::to_string(c.card_type);
+    for (const char* n : {c.firmware_name, c.option_rom_name, c.option_rom_2_name, c.boot_overlay_name,
+                          c.pxe_overlay_name, c.fw_config_name, c.asic_block_name})
+        s += std::string(" ") + (*n ? n : "-");
+    s += " |";
+    for (uint8_t p : c.port) s += " " + std::to_string(p);
+    return s + " | " + std::to_string(c.portcnt);
+}
+
 // A scratch directory removed afterwards.
 struct TempDir {
     std::string path;
@@ -90,24 +101,10 @@ TEST(BootTxt, CardsAndTheirSlots) {
         "CARDTYPE=2758\n"
         "FWCFG\n");
     ASSERT_EQ(cards.size(), 3u);
-    EXPECT_EQ(cards[0].card_type, 1862u);
-    EXPECT_STREQ(cards[0].firmware_name, "fw.bin");
-    EXPECT_STREQ(cards[0].option_rom_name, "rom1.bin");
-    EXPECT_STREQ(cards[0].option_rom_2_name, "rom2.bin");
-    EXPECT_STREQ(cards[0].boot_overlay_name, "b.bin");
-    EXPECT_STREQ(cards[0].pxe_overlay_name, "p.bin");
-    EXPECT_STREQ(cards[0].fw_config_name, "c.bin");
-    EXPECT_STREQ(cards[0].asic_block_name, "a.bin");
-    EXPECT_EQ(cards[0].port, (std::vector<uint8_t>{0, 1, 0xa}));
-    EXPECT_EQ(cards[0].portcnt, 3);
+    EXPECT_EQ(card(cards[0]), "1862 fw.bin rom1.bin rom2.bin b.bin p.bin c.bin a.bin | 0 1 10 | 3");
     // Closed without PORT: the first instance only; the last card is closed by the end.
-    EXPECT_EQ(cards[1].card_type, 1867u);
-    EXPECT_STREQ(cards[1].firmware_name, "fw2.bin");
-    EXPECT_STREQ(cards[1].option_rom_name, "");
-    EXPECT_EQ(cards[1].port, std::vector<uint8_t>{0});
-    EXPECT_EQ(cards[2].card_type, 2758u);
-    EXPECT_STREQ(cards[2].fw_config_name, "");  // no "=": no name
-    EXPECT_EQ(cards[2].portcnt, 1);
+    EXPECT_EQ(card(cards[1]), "1867 fw2.bin - - - - - - | 0 | 1");
+    EXPECT_EQ(card(cards[2]), "2758 - - - - - - - | 0 | 1");  // "FWCFG" without "=": no name
 }
 
 TEST(BootTxt, MalformedCardsFailTheParse) {

@@ -5,6 +5,8 @@
 
 #include <cerrno>
 #include <cstring>
+#include <tuple>
+#include <utility>
 
 #include "kvol.h"
 #include "kvol_linux.h"
@@ -49,25 +51,23 @@ TEST(ChannelMap, UnknownCodesAreRefusedAndLeftAlone) {
 }
 
 TEST(ChannelErrno, MappedErrnosAndTheFallback) {
-    EXPECT_EQ(kvol_errno_to_status(ENOMEM), KVO_STATUS_ENOMEM);
-    EXPECT_EQ(kvol_errno_to_status(EINTR), KVO_STATUS_EINTR);
-    EXPECT_EQ(kvol_errno_to_status(EIO), KVO_STATUS_EIO);
-    EXPECT_EQ(kvol_errno_to_status(ENXIO), KVO_STATUS_ENXIO);
-    EXPECT_EQ(kvol_errno_to_status(EBADF), KVO_STATUS_EBADF);
-    EXPECT_EQ(kvol_errno_to_status(ENODEV), KVO_STATUS_NODEV);
-    EXPECT_EQ(kvol_errno_to_status(EINVAL), KVO_STATUS_EINVAL);
-    EXPECT_EQ(kvol_errno_to_status(ENOTTY), KVO_STATUS_ENOTTY);
-    EXPECT_EQ(kvol_errno_to_status(95), KVO_STATUS_CMD_NOTSUPP);
+    const std::pair<int, kvo_status_t> mapped[] = {
+        {ENOMEM, KVO_STATUS_ENOMEM}, {EINTR, KVO_STATUS_EINTR},   {EIO, KVO_STATUS_EIO},
+        {ENXIO, KVO_STATUS_ENXIO},   {EBADF, KVO_STATUS_EBADF},   {ENODEV, KVO_STATUS_NODEV},
+        {EINVAL, KVO_STATUS_EINVAL}, {ENOTTY, KVO_STATUS_ENOTTY}, {95, KVO_STATUS_CMD_NOTSUPP},
+    };
+    for (const auto& [e, status] : mapped) EXPECT_EQ(kvol_errno_to_status(e), status) << e;
     for (int e : {0, ENOENT, EACCES, EPERM, EAGAIN, EBUSY, -1, 100000})
         EXPECT_EQ(kvol_errno_to_status(e), KVO_STATUS_FAILED) << e;
 }
 
+// The type byte becomes 'D' whatever it was (other type bytes too, and 'D' itself).
 TEST(ChannelEthernet, TypeByteBecomesD) {
-    EXPECT_EQ(kvol_eth_ioctl_code(0xC0084334), 0xC0084434u);
-    EXPECT_EQ(kvol_eth_ioctl_code(0xC6604306), 0xC6604406u);
-    EXPECT_EQ(kvol_eth_ioctl_code(0xC008B701), 0xC0084401u);  // other type bytes too
-    EXPECT_EQ(kvol_eth_ioctl_code(0xD0144370), 0xD0144470u);
-    EXPECT_EQ(kvol_eth_ioctl_code(0xC0084434), 0xC0084434u);
+    const std::pair<uint32_t, uint32_t> codes[] = {
+        {0xC0084334, 0xC0084434}, {0xC6604306, 0xC6604406}, {0xC008B701, 0xC0084401},
+        {0xD0144370, 0xD0144470}, {0xC0084434, 0xC0084434},
+    };
+    for (const auto& [in, out] : codes) EXPECT_EQ(kvol_eth_ioctl_code(in), out) << std::hex << in;
 }
 
 TEST(ChannelBsg, VendorFrameCarriesTheMappedNumberAndPointsBothTransfersAtTheRecord) {
@@ -129,19 +129,19 @@ TEST(ChannelEthernet, FailedIoctlIsMappedFromErrno) {
     EXPECT_EQ(kvol_ioctl(nullptr, KVO_IOCMD_PORT_ENABLE, &rec, 8, 8, 8), KVO_STATUS_EINVAL);
 }
 
+// ELS (type 0x01) or CT (0x20), to the fabric or through an N_Port nexus; other types none.
 TEST(ChannelFcpt, MessageCodeFollowsFrameTypeAndDestination) {
-    kvo_ioctl_fcpt_t r{};
-    r.fchs[8] = 0x01;
-    EXPECT_EQ(kvol_fcpt_msgcode(&r), 0x80000003u);
-    r.fchs[8] = 0x20;
-    EXPECT_EQ(kvol_fcpt_msgcode(&r), 0x80000004u);
-    r.nport_nexus_needed = 1;
-    EXPECT_EQ(kvol_fcpt_msgcode(&r), 0x40000002u);
-    r.fchs[8] = 0x01;
-    EXPECT_EQ(kvol_fcpt_msgcode(&r), 0x40000001u);
-    for (uint8_t type : {0x00, 0x08, 0x21, 0xFF}) {
-        r.fchs[8] = type;
-        EXPECT_EQ(kvol_fcpt_msgcode(&r), 0u) << int(type);
+    const struct {
+        uint8_t nexus, type;
+        uint32_t code;
+    } rows[] = {{0, 0x01, 0x80000003}, {0, 0x20, 0x80000004}, {1, 0x20, 0x40000002},
+                {1, 0x01, 0x40000001}, {1, 0x00, 0},          {1, 0x08, 0},
+                {1, 0x21, 0},          {1, 0xFF, 0}};
+    for (const auto& row : rows) {
+        kvo_ioctl_fcpt_t r{};
+        r.nport_nexus_needed = row.nexus;
+        r.fchs[8] = row.type;
+        EXPECT_EQ(kvol_fcpt_msgcode(&r), row.code) << int(row.nexus) << " " << int(row.type);
     }
 }
 
@@ -218,11 +218,10 @@ TEST(ChannelScsi, GenericHeaderFromTheRecord) {
 }
 
 TEST(ChannelFlash, EepromWriteStartsFourBytesEarlyExceptAtZero) {
-    EXPECT_EQ(kvol_eeprom_offset(0x10000, true), 0xFFFCu);
-    EXPECT_EQ(kvol_eeprom_offset(0x10000, false), 0x10000u);
-    EXPECT_EQ(kvol_eeprom_offset(0, true), 0u);
-    EXPECT_EQ(kvol_eeprom_offset(0, false), 0u);
-    EXPECT_EQ(kvol_eeprom_offset(4, true), 0u);
+    const std::tuple<uint32_t, bool, uint32_t> rows[] = {
+        {0x10000, true, 0xFFFC}, {0x10000, false, 0x10000}, {0, true, 0}, {0, false, 0}, {4, true, 0}};
+    for (auto [off, write, want] : rows)
+        EXPECT_EQ(kvol_eeprom_offset(off, write), want) << off << " " << write;
 }
 
 TEST(ChannelIoc, RequestsCarryTheInstanceAndSurfaceTheChannelFailure) {

@@ -5,6 +5,7 @@
 #include <cstring>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "kvol.h"
 #include "kvol_linux.h"
@@ -25,10 +26,9 @@ bool fake_exists(const char* path) { return g_nodes.count(path) > 0; }
 }  // namespace
 
 TEST_F(PciName, FunctionAddressesMatchAndDriverFilesDoNot) {
-    EXPECT_TRUE(match("0000:03:00.0"));
-    EXPECT_TRUE(match("0000:af:1f.7"));
-    EXPECT_TRUE(match("0000:03:00x1"));  // the separator before the function is any character
-    EXPECT_TRUE(match("10000:03:00.1"));  // not anchored
+    // The separator before the function is any character, and the match is not anchored.
+    for (const char* s : {"0000:03:00.0", "0000:af:1f.7", "0000:03:00x1", "10000:03:00.1"})
+        EXPECT_TRUE(match(s)) << s;
     for (const char* s : {"bind", "unbind", "new_id", "remove_id", "module", "uevent", ".", "..",
                           "0000:03:00", "0000:03:00.", "0000:03:0.1", "0000:AF:00.0",
                           "0000:03:00.A", "000:03:00.1"})
@@ -36,28 +36,30 @@ TEST_F(PciName, FunctionAddressesMatchAndDriverFilesDoNot) {
 }
 
 TEST(SysfsHost, HostEntryGivesTheDigitsAfterItsFirstFourCharacters) {
-    EXPECT_EQ(kvol_sysfs_host_num("host3"), 3);
-    EXPECT_EQ(kvol_sysfs_host_num("host127"), 127);
-    EXPECT_EQ(kvol_sysfs_host_num("host"), 0);
-    EXPECT_EQ(kvol_sysfs_host_num("hostx9"), 0);
-    EXPECT_EQ(kvol_sysfs_host_num("scsi_host"), 0);  // contains "host": digits after "scsi"
-    EXPECT_EQ(kvol_sysfs_host_num("driver"), -1);
-    EXPECT_EQ(kvol_sysfs_host_num("Host3"), -1);
-    EXPECT_EQ(kvol_sysfs_host_num(""), -1);
-    EXPECT_EQ(kvol_sysfs_host_num("host99999999999999999999"), -1);  // no overflow
+    const std::pair<const char*, int> rows[] = {
+        {"host3", 3},   {"host127", 127}, {"host", 0}, {"hostx9", 0},
+        {"scsi_host", 0},  // contains "host": digits after "scsi"
+        {"driver", -1}, {"Host3", -1},    {"", -1},
+        {"host99999999999999999999", -1},  // no overflow
+    };
+    for (const auto& [entry, n] : rows) EXPECT_EQ(kvol_sysfs_host_num(entry), n) << entry;
 }
 
 TEST(DevicePath, BsgNodeThenFcHostNodeThenControlNode) {
+    const struct {
+        std::set<std::string> nodes;
+        const char* want;
+    } rows[] = {
+        {{"/dev/bsg/fc_host3", "/dev/fc_host3"}, "/dev/bsg/fc_host3"},
+        {{"/dev/fc_host3", "/dev/bsg/fc_host4"}, "/dev/fc_host3"},
+        {{"/dev/bsg/fc_host30", "/dev/fc_host30"}, "/dev/kvo"},
+    };
     char out[256];
-    g_nodes = {"/dev/bsg/fc_host3", "/dev/fc_host3"};
-    kvol_fc_devpath(3, fake_exists, out, sizeof(out));
-    EXPECT_STREQ(out, "/dev/bsg/fc_host3");
-    g_nodes = {"/dev/fc_host3", "/dev/bsg/fc_host4"};
-    kvol_fc_devpath(3, fake_exists, out, sizeof(out));
-    EXPECT_STREQ(out, "/dev/fc_host3");
-    g_nodes = {"/dev/bsg/fc_host30", "/dev/fc_host30"};
-    kvol_fc_devpath(3, fake_exists, out, sizeof(out));
-    EXPECT_STREQ(out, "/dev/kvo");
+    for (const auto& r : rows) {
+        g_nodes = r.nodes;
+        kvol_fc_devpath(3, fake_exists, out, sizeof(out));
+        EXPECT_STREQ(out, r.want);
+    }
     g_nodes.clear();
     char small[8];
     kvol_fc_devpath(12345, fake_exists, small, sizeof(small));
@@ -65,18 +67,13 @@ TEST(DevicePath, BsgNodeThenFcHostNodeThenControlNode) {
 }
 
 TEST(PciFunction, HexDigitsAfterTheLastDot) {
-    EXPECT_EQ(kvol_parse_pcifn("0000:03:00.0", 32), 0);
-    EXPECT_EQ(kvol_parse_pcifn("0000:03:00.7", 32), 7);
-    EXPECT_EQ(kvol_parse_pcifn("0000:03:00.a", 32), 10);
-    EXPECT_EQ(kvol_parse_pcifn("0000:03:00.F", 32), 15);
-    EXPECT_EQ(kvol_parse_pcifn("0000:03:00.1f", 32), 31);
-    EXPECT_EQ(kvol_parse_pcifn("0000:03.00.2\n", 32), 2);
-    EXPECT_EQ(kvol_parse_pcifn("a.b.3", 32), 3);
-    EXPECT_EQ(kvol_parse_pcifn("0000:03:00", 32), -1);
-    EXPECT_EQ(kvol_parse_pcifn("0000:03:00.", 32), -1);
-    EXPECT_EQ(kvol_parse_pcifn("0000:03:00.x", 32), -1);
-    EXPECT_EQ(kvol_parse_pcifn("0000:03:00.123", 32), -1);
-    EXPECT_EQ(kvol_parse_pcifn("", 32), -1);
+    const std::pair<const char*, int> rows[] = {
+        {"0000:03:00.0", 0},    {"0000:03:00.7", 7},    {"0000:03:00.a", 10},
+        {"0000:03:00.F", 15},   {"0000:03:00.1f", 31},  {"0000:03.00.2\n", 2},
+        {"a.b.3", 3},           {"0000:03:00", -1},     {"0000:03:00.", -1},
+        {"0000:03:00.x", -1},   {"0000:03:00.123", -1}, {"", -1},
+    };
+    for (const auto& [path, fn] : rows) EXPECT_EQ(kvol_parse_pcifn(path, 32), fn) << path;
     // An unterminated field is read within its size only.
     char field[12];
     memcpy(field, "0000:03:00.5", sizeof(field));

@@ -2,8 +2,10 @@
 // by index, word, WWN and PCI function, and the generic list operations.
 #include <gtest/gtest.h>
 
+#include <cstdio>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kvol.h"
@@ -71,6 +73,16 @@ protected:
     std::vector<fn_desc> descs_;
 };
 
+// The hardware paths along a chain of IOC records, blank-separated ("" for none).
+std::string chain(const kvol_t* ioc) {
+    std::string out;
+    for (; ioc; ioc = ioc->next) out += (out.empty() ? "" : " ") + std::string(ioc->ioc_hwpath);
+    return out;
+}
+
+// One record's hardware path, or "(none)".
+std::string path(const kvol_t* ioc) { return ioc ? ioc->ioc_hwpath : "(none)"; }
+
 constexpr wwn_t W0 = 0x1000000000000A00, W1 = 0x1000000000000A01, W2 = 0x1000000000000B00;
 
 }  // namespace
@@ -122,30 +134,21 @@ TEST_F(Tree, FunctionsOfOneCardFormOneAdapterWithItsPorts) {
 
     // Port 1 came first and port 0 was added later; both are found by number.
     kvol_port_t* p0 = kvol_adapter_get_port(a1, 0);
-    kvol_port_t* p1 = kvol_adapter_get_port(a1, 1);
     ASSERT_NE(p0, nullptr);
-    ASSERT_NE(p1, nullptr);
+    ASSERT_NE(kvol_adapter_get_port(a1, 1), nullptr);
     EXPECT_EQ(kvol_adapter_get_port(a1, 2), nullptr);
-    EXPECT_STREQ(kvol_port_get_first_fcioc(p0)->ioc_hwpath, "0000:03:00.0");
-    EXPECT_STREQ(kvol_port_get_first_fcioc(p1)->ioc_hwpath, "0000:03:00.1");
-    EXPECT_STREQ(kvol_adapter_get_first_ioc(a1)->ioc_hwpath, "0000:03:00.0");
+    EXPECT_EQ(chain(kvol_port_get_first_fcioc(p0)), "0000:03:00.0");
+    EXPECT_EQ(chain(kvol_port_get_first_fcioc(kvol_adapter_get_port(a1, 1))), "0000:03:00.1");
+    EXPECT_EQ(path(kvol_adapter_get_first_ioc(a1)), "0000:03:00.0");
     EXPECT_EQ(p0->factorypwwn, W0);
 
     // A CNA port keeps its storage functions in list order and its Ethernet function apart.
     kvol_port_t* c0 = kvol_adapter_get_port(a2, 0);
     ASSERT_NE(c0, nullptr);
     EXPECT_EQ(c0->ioc_count, 3);
-    kvol_t* fc = kvol_port_get_first_fcioc(c0);
-    ASSERT_NE(fc, nullptr);
-    EXPECT_STREQ(fc->ioc_hwpath, "0000:04:00.0");
-    ASSERT_NE(fc->next, nullptr);
-    EXPECT_STREQ(fc->next->ioc_hwpath, "0000:04:00.4");
-    EXPECT_EQ(fc->next->next, nullptr);
-    kvol_t* eth = kvol_port_get_first_ethioc(c0);
-    ASSERT_NE(eth, nullptr);
-    EXPECT_STREQ(eth->ioc_hwpath, "0000:04:00.2");
-    EXPECT_EQ(eth->next, nullptr);
-    EXPECT_EQ(kvol_port_get_first_ioc(c0), fc);
+    EXPECT_EQ(chain(kvol_port_get_first_fcioc(c0)), "0000:04:00.0 0000:04:00.4");
+    EXPECT_EQ(chain(kvol_port_get_first_ethioc(c0)), "0000:04:00.2");
+    EXPECT_EQ(kvol_port_get_first_ioc(c0), kvol_port_get_first_fcioc(c0));
 
     // The records learnt their adapter, port and PCI identity.
     kvol_t* g3 = kvol_adapter_open_ioc(3);
@@ -164,19 +167,14 @@ TEST_F(Tree, LookupsByWordWwnAndFunction) {
     add_ioc({"0000:05:00.1", "0000:05:00", KVO_IOC_TYPE_LL, 0, 0, "eth1"});
     build();
 
-    EXPECT_EQ(kvol_adapter_get_by_str("0000:05:00"), kvol_adapter_get_by_idx(2));
-    EXPECT_EQ(kvol_adapter_get_by_str("SN-0000:03:"), kvol_adapter_get_by_idx(1));
-    EXPECT_EQ(kvol_adapter_get_by_str("name-2"), kvol_adapter_get_by_idx(2));
-    EXPECT_EQ(kvol_adapter_get_by_str("name-1"), nullptr);  // joined adapter 1: not its name
-    EXPECT_EQ(kvol_adapter_get_by_str("0000:05"), nullptr);
-    EXPECT_EQ(kvol_adapter_get_by_str(""), nullptr);
+    // By path, serial number or name; "name-1" joined adapter 1 and is not its name (0: none).
+    const std::pair<const char*, int> words[] = {{"0000:05:00", 2}, {"SN-0000:03:", 1}, {"name-2", 2},
+                                                 {"name-1", 0},     {"0000:05", 0},     {"", 0}};
+    for (auto [w, idx] : words)
+        EXPECT_EQ(kvol_adapter_get_by_str(w), idx ? kvol_adapter_get_by_idx(idx) : nullptr) << w;
 
-    kvol_t* by_pwwn = kvol_adapter_get_ioc_by_wwn(W1);
-    ASSERT_NE(by_pwwn, nullptr);
-    EXPECT_STREQ(by_pwwn->ioc_hwpath, "0000:03:00.1");
-    kvol_t* by_nwwn = kvol_adapter_get_ioc_by_wwn(W0 + 0x1000000000000000);
-    ASSERT_NE(by_nwwn, nullptr);
-    EXPECT_STREQ(by_nwwn->ioc_hwpath, "0000:03:00.0");
+    EXPECT_EQ(path(kvol_adapter_get_ioc_by_wwn(W1)), "0000:03:00.1");
+    EXPECT_EQ(path(kvol_adapter_get_ioc_by_wwn(W0 + 0x1000000000000000)), "0000:03:00.0");
     EXPECT_EQ(kvol_adapter_get_ioc_by_wwn(0), nullptr);  // Ethernet functions are not searched
 
     kvol_t* by_path = kvol_adapter_get_ioc_by_str("0000:05:00.1");
@@ -186,8 +184,7 @@ TEST_F(Tree, LookupsByWordWwnAndFunction) {
 
     kvol_port_t* e0 = kvol_adapter_get_port(kvol_adapter_get_by_idx(2), 0);
     kvol_t* f3 = kvol_port_get_ioc_by_pcifn(e0, 3);
-    ASSERT_NE(f3, nullptr);
-    EXPECT_STREQ(f3->ioc_hwpath, "0000:05:00.1");
+    ASSERT_EQ(path(f3), "0000:05:00.1");
     EXPECT_EQ(kvol_port_get_ioc_by_pcifn(e0, 0), nullptr);
     EXPECT_EQ(kvol_port_get_ioc_by_pcifn(nullptr, 0), nullptr);
     EXPECT_EQ(kvol_port_get_first_fcioc(e0), nullptr);

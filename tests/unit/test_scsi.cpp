@@ -120,19 +120,20 @@ TEST(ScsiCommands, CdbIsBuiltBeforeTheNodeIsSought) {
     uint8_t status = 0xFF;
     uint32_t sense_len = sizeof sense;
     scsi_cdb_t cdb{};
-    cdb.scsi_cdb[0] = 0x77;  // replaced
-    EXPECT_EQ(kvol_scsi_testunitready(&h, 0, wwn(1), wwn(2), 0, &cdb, 0, data, sizeof data, &status,
-                                      sense, &sense_len),
-              KVO_STATUS_NO_DRIVER);
-    const uint8_t tur[16] = {};
-    EXPECT_EQ(memcmp(cdb.scsi_cdb, tur, 16), 0);
-    EXPECT_EQ(status, 0xFF);  // untouched: nothing was sent
-    cdb = {};
-    EXPECT_EQ(kvol_scsi_read10(&h, 0, wwn(1), wwn(2), 0, &cdb, 0, data, sizeof data, &status, sense,
-                               &sense_len),
-              KVO_STATUS_NO_DRIVER);
-    const uint8_t read10[16] = {0x28, 0, 0, 0, 0, 0, 0, 0x00, 0x08};  // 8 blocks from LBA 0
-    EXPECT_EQ(memcmp(cdb.scsi_cdb, read10, 16), 0);
+    const struct {
+        decltype(&kvol_scsi_read10) call;
+        std::vector<uint8_t> cdb;
+    } calls[] = {
+        {kvol_scsi_testunitready, std::vector<uint8_t>(16, 0)},
+        {kvol_scsi_read10, {0x28, 0, 0, 0, 0, 0, 0, 0x00, 0x08, 0, 0, 0, 0, 0, 0, 0}},  // 8 blocks, LBA 0
+    };
+    for (const auto& c : calls) {
+        cdb.scsi_cdb[0] = 0x77;  // replaced
+        EXPECT_EQ(c.call(&h, 0, wwn(1), wwn(2), 0, &cdb, 0, data, sizeof data, &status, sense, &sense_len),
+                  KVO_STATUS_NO_DRIVER);
+        EXPECT_EQ(std::vector<uint8_t>(cdb.scsi_cdb, cdb.scsi_cdb + 16), c.cdb);
+        EXPECT_EQ(status, 0xFF);  // untouched: nothing was sent
+    }
     // REPORT LUNS hands back no buffer when it fails.
     cdb = {};
     uint8_t* buf = data;

@@ -7,6 +7,8 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "kernel_scsi.h"
@@ -72,17 +74,14 @@ std::vector<std::string> targets_of(const Function& f) {
 
 TEST(SimKernelScsi, FunctionsTakeTheScsiDebugHostsInProbeOrderWithTheirTargetsAndLuns) {
     FakeSysfs sys;
-    sys.host(0, "ahci");
-    sys.host(7, "scsi_debug");
-    sys.host(3, "scsi_debug");
-    sys.host(12, "scsi_debug");  // one more than the model needs: left alone
+    // host12 is one more than the model needs: left alone.
+    for (auto [n, proc] : {std::pair{0, "ahci"}, {7, "scsi_debug"}, {3, "scsi_debug"}, {12, "scsi_debug"}})
+        sys.host(n, proc);
     for (const char* e : {"host0", "host3", "target3:0:0", "target3:0:2", "host7"}) sys.entry("bus/scsi/devices/" + std::string(e));
-    sys.device("0:0:0:0");      // the machine's own disk
-    sys.device("3:0:2:0", "1");
-    sys.device("3:0:0:16385");  // flat space LUN 1 (lun_format=1)
-    sys.device("3:0:0:0");
-    sys.device("7:0:1:5");
-    sys.device("12:0:0:0");
+    // 0:0:0:0 is the machine's own disk; 3:0:0:16385 flat space LUN 1 (lun_format=1).
+    for (auto [hctl, type] : {std::pair{"0:0:0:0", "0"}, {"3:0:2:0", "1"}, {"3:0:0:16385", "0"}, {"3:0:0:0", "0"},
+                              {"7:0:1:5", "0"}, {"12:0:0:0", "0"}})
+        sys.device(hctl, type);
     Host h = fc_preset();
     // The second port's function comes first in PCI probe order.
     h.adapters[0].ports[0].functions[0].pci = "0000:03:00.1";
@@ -153,10 +152,7 @@ TEST(SimKernelScsi, AKernelTheModelCannotStandForIsRefusedWithItsReason) {
 TEST(SimKernelScsi, OnlyTheKernelsSpellingOfAScsiDeviceNameIsOne) {
     kvosim::KernelHctl a;
     ASSERT_TRUE(kvosim::parse_hctl("12:0:3:16385", a));
-    EXPECT_EQ(a.host, 12);
-    EXPECT_EQ(a.channel, 0u);
-    EXPECT_EQ(a.target, 3u);
-    EXPECT_EQ(a.lun, 16385u);
+    EXPECT_EQ(std::tuple(a.host, a.channel, a.target, a.lun), std::tuple(12, 0u, 3u, uint64_t{16385}));
     ASSERT_TRUE(kvosim::parse_hctl("0:0:0:18446744073709551615", a));
     EXPECT_EQ(a.lun, UINT64_MAX);
     for (const char* bad : {"", "host3", "target3:0:0", "3:0:0", "3:0:0:1:2", "3:0:0:1x", "03:0:0:1", "3:0:0:-1",

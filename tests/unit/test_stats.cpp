@@ -2,11 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <iterator>
 #include <map>
 #include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kvol.h"
@@ -178,10 +180,20 @@ kvol_stats_desc_t ctr(kvol_field_type type, const char* text, size_t offset) {
     return row(KVOL_STRUCT, type, text, offset);
 }
 
-kvol_stats_t table(const char* name, const std::vector<kvol_stats_desc_t>& rows) {
-    kvol_stats_t t{static_cast<int32_t>(rows.size()), {}, rows.data()};
-    strncpy(t.struct_name, name, sizeof t.struct_name - 1);
-    return t;
+// A table together with the rows it points at.
+struct Table {
+    Table(const char* name, std::vector<kvol_stats_desc_t> r) : rows(std::move(r)) {
+        t = {static_cast<int32_t>(rows.size()), {}, rows.data()};
+        strncpy(t.struct_name, name, sizeof t.struct_name - 1);
+    }
+    Table(const Table&) = delete;
+    std::vector<kvol_stats_desc_t> rows;
+    kvol_stats_t t;
+};
+
+std::string printed(const kvol_stats_t* t, const void* rec, size_t base = 0,
+                    const char* filter = nullptr) {
+    return unit::stdout_of([&] { kvol_print_stats(t, rec, base, filter); });
 }
 
 template <class T>
@@ -190,27 +202,25 @@ void put(std::vector<unsigned char>& rec, size_t at, T value) {
 }
 
 TEST(StatsPrint, NothingWithoutTableRecordOrRows) {
-    const std::vector<kvol_stats_desc_t> rows = {ctr(KVOL_UINT32, "Count", 0)};
-    const kvol_stats_t one = table("one_t", rows);
+    const Table one("one_t", {ctr(KVOL_UINT32, "Count", 0)});
     const kvol_stats_t empty{0, "empty_t", nullptr};
-    const kvol_stats_t empty_with_rows{0, "empty_t", rows.data()};
+    const kvol_stats_t empty_with_rows{0, "empty_t", one.rows.data()};
     const uint32_t rec = 7;
-    EXPECT_EQ(unit::stdout_of([&] { kvol_print_stats(nullptr, &rec, 0, nullptr); }), "");
-    EXPECT_EQ(unit::stdout_of([&] { kvol_print_stats(&one, nullptr, 0, "fc_stats"); }), "");
-    EXPECT_EQ(unit::stdout_of([&] { kvol_print_stats(&empty, &rec, 0, nullptr); }), "");
-    EXPECT_EQ(unit::stdout_of([&] { kvol_print_stats(&empty_with_rows, &rec, 0, nullptr); }), "");
+    EXPECT_EQ(printed(nullptr, &rec), "");
+    EXPECT_EQ(printed(&one.t, nullptr, 0, "fc_stats"), "");
+    EXPECT_EQ(printed(&empty, &rec), "");
+    EXPECT_EQ(printed(&empty_with_rows, &rec), "");
 }
 
 // Each width reads exactly its bytes, unsigned; kinds 5 and above print nothing.
 TEST(StatsPrint, CountersByWidthAndUnknownKindsSkipped) {
-    const std::vector<kvol_stats_desc_t> rows = {
+    const Table widths("widths_t", {
         ctr(KVOL_UINT16, "Short", 0),
         ctr(static_cast<kvol_field_type>(5), "Kind five", 0),
         ctr(KVOL_UINT32, "Word", 4),
         ctr(static_cast<kvol_field_type>(9), "Kind nine", 4),
         ctr(KVOL_UINT64, "Long", 8),
-    };
-    const kvol_stats_t t = table("widths_t", rows);
+    });
     const struct {
         uint16_t s, next;
         uint32_t w;
@@ -228,25 +238,22 @@ TEST(StatsPrint, CountersByWidthAndUnknownKindsSkipped) {
         put(rec, 2, c.next);
         put(rec, 4, c.w);
         put(rec, 8, c.l);
-        EXPECT_EQ(unit::stdout_of([&] { kvol_print_stats(&t, rec.data(), 0, nullptr); }), c.out);
+        EXPECT_EQ(printed(&widths.t, rec.data()), c.out);
     }
 }
 
 // A counter two levels down is read at the sum of the offsets on its path plus the base; the
 // nested rows' own names are not printed.
 TEST(StatsPrint, NestedOffsetsAddUp) {
-    const std::vector<kvol_stats_desc_t> inner_rows = {ctr(KVOL_UINT32, "Deep", 4)};
-    const kvol_stats_t inner = table("inner_t", inner_rows);
-    const std::vector<kvol_stats_desc_t> mid_rows = {
+    const Table inner("inner_t", {ctr(KVOL_UINT32, "Deep", 4)});
+    const Table mid("mid_t", {
         ctr(KVOL_UINT16, "Mid", 0),
-        row(KVOL_STRUCT, KVOL_STRUCT, "inner heading", 8, &inner),
-    };
-    const kvol_stats_t mid = table("mid_t", mid_rows);
-    const std::vector<kvol_stats_desc_t> outer_rows = {
+        row(KVOL_STRUCT, KVOL_STRUCT, "inner heading", 8, &inner.t),
+    });
+    const Table outer("outer_t", {
         ctr(KVOL_UINT64, "Top", 0),
-        row(KVOL_STRUCT, KVOL_STRUCT, "mid heading", 16, &mid),
-    };
-    const kvol_stats_t outer = table("outer_t", outer_rows);
+        row(KVOL_STRUCT, KVOL_STRUCT, "mid heading", 16, &mid.t),
+    });
 
     std::vector<unsigned char> rec(64);
     put<uint64_t>(rec, 0, 7);
@@ -264,9 +271,7 @@ TEST(StatsPrint, NestedOffsetsAddUp) {
         {32, "\tTop : 11\n\tMid : 13\n\tDeep : 17\n"},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(unit::stdout_of([&] { kvol_print_stats(&outer, rec.data(), c.base, nullptr); }),
-                  c.out)
-            << "base " << c.base;
+        EXPECT_EQ(printed(&outer.t, rec.data(), c.base), c.out) << "base " << c.base;
     }
 }
 
@@ -274,31 +279,24 @@ TEST(StatsPrint, NestedOffsetsAddUp) {
 // without a filter; ordinary rows and nested records print whatever the filter, and the filter
 // reaches arms further down.
 TEST(StatsPrint, UnionArmsChosenByTableName) {
-    const std::vector<kvol_stats_desc_t> fc_rows = {ctr(KVOL_UINT32, "Fc", 0)};
-    const kvol_stats_t fc = table("t_fc_stats_t", fc_rows);
-    const std::vector<kvol_stats_desc_t> eth_rows = {ctr(KVOL_UINT32, "Eth", 0)};
-    const kvol_stats_t eth = table("t_eth_stats_t", eth_rows);
-    const std::vector<kvol_stats_desc_t> plain_rows = {ctr(KVOL_UINT32, "Plain", 0)};
-    const kvol_stats_t plain = table("t_plain_t", plain_rows);
-    const std::vector<kvol_stats_desc_t> choice_rows = {
-        row(KVOL_UNION, KVOL_STRUCT, "fc", 0, &fc),
-        row(KVOL_UNION, KVOL_STRUCT, "eth", 0, &eth),
-    };
-    const kvol_stats_t choice = table("t_choice_t", choice_rows);
-    const std::vector<kvol_stats_desc_t> holder_rows = {
+    const Table fc("t_fc_stats_t", {ctr(KVOL_UINT32, "Fc", 0)});
+    const Table eth("t_eth_stats_t", {ctr(KVOL_UINT32, "Eth", 0)});
+    const Table plain("t_plain_t", {ctr(KVOL_UINT32, "Plain", 0)});
+    const Table choice("t_choice_t", {
+        row(KVOL_UNION, KVOL_STRUCT, "fc", 0, &fc.t),
+        row(KVOL_UNION, KVOL_STRUCT, "eth", 0, &eth.t),
+    });
+    const Table holder("t_holder_t", {
         ctr(KVOL_UINT32, "Count", 0),
-        row(KVOL_UNION, KVOL_STRUCT, "fc", 8, &fc),
-        row(KVOL_UNION, KVOL_STRUCT, "eth", 8, &eth),
-        row(KVOL_STRUCT, KVOL_STRUCT, "plain", 12, &plain),
-        row(KVOL_STRUCT, KVOL_UNION, "choice", 16, &choice),
-    };
-    const kvol_stats_t holder = table("t_holder_t", holder_rows);
+        row(KVOL_UNION, KVOL_STRUCT, "fc", 8, &fc.t),
+        row(KVOL_UNION, KVOL_STRUCT, "eth", 8, &eth.t),
+        row(KVOL_STRUCT, KVOL_STRUCT, "plain", 12, &plain.t),
+        row(KVOL_STRUCT, KVOL_UNION, "choice", 16, &choice.t),
+    });
 
     std::vector<unsigned char> rec(20);
-    put<uint32_t>(rec, 0, 1);
-    put<uint32_t>(rec, 8, 2);
-    put<uint32_t>(rec, 12, 3);
-    put<uint32_t>(rec, 16, 4);
+    const std::pair<size_t, uint32_t> words[] = {{0, 1}, {8, 2}, {12, 3}, {16, 4}};
+    for (auto [at, v] : words) put(rec, at, v);
 
     const char* all = "\tCount : 1\n\tFc : 2\n\tEth : 2\n\tPlain : 3\n\tFc : 4\n\tEth : 4\n";
     const struct {
@@ -313,8 +311,7 @@ TEST(StatsPrint, UnionArmsChosenByTableName) {
         {"SCSI stats\n", "\tCount : 1\n\tPlain : 3\n"},
     };
     for (const auto& c : cases) {
-        EXPECT_EQ(unit::stdout_of([&] { kvol_print_stats(&holder, rec.data(), 0, c.filter); }),
-                  c.out)
+        EXPECT_EQ(printed(&holder.t, rec.data(), 0, c.filter), c.out)
             << (c.filter ? c.filter : "(none)");
     }
 }
@@ -330,54 +327,49 @@ std::vector<std::string> lines_of(const std::string& out) {
     return lines;
 }
 
-TEST(StatsPrint, NexusIoStatsStartWithTheNamedCounters) {
-    kvo_itnim_iostats_t io;
-    uint32_t words[sizeof io / 4];
-    for (size_t i = 0; i < std::size(words); i++) words[i] = 1000 + static_cast<uint32_t>(i);
-    memcpy(&io, words, sizeof io);
-    std::string out =
-        unit::stdout_of([&] { kvol_print_stats(&kvol_kvo_itnim_iostats, &io, 0, nullptr); });
-    EXPECT_EQ(out.substr(0, out.find("\tIO aborted")),
-              "\tTotal IO : 1000\n"
-              "\tData in-bound requests : 1001\n"
-              "\tData out-bound requests : 1002\n"
-              "\tTotal IO Completions : 1003\n"
-              "\tWrite data transferred in bytes : 1004\n"
-              "\tRead data transferred in bytes : 1005\n"
-              "\tSlowpath IO completions : 1006\n"
-              "\tIO underrun : 1007\n"
-              "\tIO overrun : 1008\n"
-              "\tIO Request-Q wait : 1009\n"
-              "\tIO Request-Q wait done : 1010\n"
-              "\tNo free IO tag : 1011\n"
-              "\tIO timeouts : 1012\n"
-              "\tIO failure due to target offline : 1013\n");
-    auto lines = lines_of(out);
-    ASSERT_EQ(lines.size(), 68u);
-    for (size_t i = 0; i < lines.size(); i++) {
-        EXPECT_EQ(lines[i].substr(lines[i].rfind(' ') + 1), std::to_string(1000 + i)) << lines[i];
-    }
+// A record of the product's kind filled with numbered words, printed.
+template <class T>
+std::vector<std::string> numbered_print(const kvol_stats_t* t, uint32_t first) {
+    T rec;
+    uint32_t words[sizeof rec / 4];
+    for (size_t i = 0; i < std::size(words); i++) words[i] = first + static_cast<uint32_t>(i);
+    memcpy(&rec, words, sizeof rec);
+    return lines_of(printed(t, &rec));
 }
 
-// The driver's eleven counters, then the firmware's from byte 48: the word between is never
-// printed.
-TEST(StatsPrint, IocStatsDriverThenFirmwareFrom48) {
-    kvo_ioc_stats_t st;
-    uint32_t words[sizeof st / 4];
-    for (size_t i = 0; i < std::size(words); i++) words[i] = 100 + static_cast<uint32_t>(i);
-    memcpy(&st, words, sizeof st);
-    auto lines = lines_of(
-        unit::stdout_of([&] { kvol_print_stats(&kvol_kvo_ioc_stats, &st, 0, nullptr); }));
-    const char* drv[] = {"Mailbox interrupts", "Enable events",    "Disable events",
-                         "Heartbeat failures", "Firmware boots",   "Stats timeouts",
-                         "Heart-beat count",   "Disable requests", "Enable requests",
-                         "Disable replies",    "Enable replies"};
-    ASSERT_EQ(lines.size(), std::size(drv) + 6);
-    for (size_t i = 0; i < std::size(drv); i++) {
-        EXPECT_EQ(lines[i], "\t" + std::string(drv[i]) + " : " + std::to_string(100 + i));
-    }
-    for (size_t i = std::size(drv); i < lines.size(); i++) {
-        EXPECT_EQ(lines[i].substr(lines[i].rfind(' ') + 1), std::to_string(101 + i)) << lines[i];
+// Each line reads its own word in record order, the leading ones under their names. The IOC
+// record has the driver's eleven counters, then the firmware's from byte 48: the word between
+// is never printed.
+TEST(StatsPrint, ProductTablesNameTheirCountersAndReadEachWordInOrder) {
+    const struct {
+        const char* what;
+        std::vector<std::string> lines;
+        uint32_t first;
+        size_t count, gap_at;
+        std::vector<const char*> names;
+    } cases[] = {
+        {"itnim io", numbered_print<kvo_itnim_iostats_t>(&kvol_kvo_itnim_iostats, 1000), 1000, 68,
+         SIZE_MAX,
+         {"Total IO", "Data in-bound requests", "Data out-bound requests", "Total IO Completions",
+          "Write data transferred in bytes", "Read data transferred in bytes",
+          "Slowpath IO completions", "IO underrun", "IO overrun", "IO Request-Q wait",
+          "IO Request-Q wait done", "No free IO tag", "IO timeouts",
+          "IO failure due to target offline", "IO aborted"}},
+        {"ioc", numbered_print<kvo_ioc_stats_t>(&kvol_kvo_ioc_stats, 100), 100, 17, 11,
+         {"Mailbox interrupts", "Enable events", "Disable events", "Heartbeat failures",
+          "Firmware boots", "Stats timeouts", "Heart-beat count", "Disable requests",
+          "Enable requests", "Disable replies", "Enable replies"}},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        ASSERT_EQ(c.lines.size(), c.count);
+        for (size_t i = 0; i < c.count; i++) {
+            std::string n = std::to_string(c.first + i + (i >= c.gap_at ? 1 : 0));
+            if (i < c.names.size())
+                EXPECT_EQ(c.lines[i], "\t" + std::string(c.names[i]) + " : " + n);
+            else
+                EXPECT_EQ(c.lines[i].substr(c.lines[i].rfind(' ') + 1), n) << c.lines[i];
+        }
     }
 }
 
@@ -386,8 +378,7 @@ TEST(StatsPrint, IocStatsDriverThenFirmwareFrom48) {
 TEST(StatsPrint, EveryTablePrintsEachCounterFromItsRecordAlone) {
     for (const auto& r : kRecords) {
         std::vector<unsigned char> rec(r.size, 0x5A);
-        auto lines =
-            lines_of(unit::stdout_of([&] { kvol_print_stats(r.table, rec.data(), 0, nullptr); }));
+        auto lines = lines_of(printed(r.table, rec.data()));
         EXPECT_EQ(lines.size(), static_cast<size_t>(counters_below(r.table))) << name_of(r.table);
     }
 }

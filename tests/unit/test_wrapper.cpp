@@ -9,6 +9,7 @@
 #include <cstring>
 #include <initializer_list>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "qmxwrapper.h"
@@ -23,6 +24,13 @@ std::vector<uint8_t> bytes_of(uint64_t v) {
 }
 
 using unit::stdout_of;
+
+template <typename R>
+void check_words(R (*parse)(const char*), const char* what,
+                 std::initializer_list<std::pair<const char*, R>> rows) {
+    for (const auto& [word, want] : rows)
+        EXPECT_EQ(parse(word), want) << what << " \"" << word << '"';
+}
 
 // ---- WWN -----------------------------------------------------------------------------------
 
@@ -147,50 +155,27 @@ TEST(SpeedAndTopology, ExactWordsOnly) {
     }
 }
 
-TEST(VlanId, Range0To4094) {
-    EXPECT_EQ(qmx_parse_vlan_id("0"), 0);
-    EXPECT_EQ(qmx_parse_vlan_id("4094"), 4094);
-    EXPECT_EQ(qmx_parse_vlan_id("004094"), 4094);
-    EXPECT_EQ(qmx_parse_vlan_id("4095"), -1);
-    EXPECT_EQ(qmx_parse_vlan_id("-1"), -1);
-    EXPECT_EQ(qmx_parse_vlan_id("12a"), -1);
-    EXPECT_EQ(qmx_parse_vlan_id(" 12"), -1);
-    EXPECT_EQ(qmx_parse_vlan_id("99999999999999999999999"), -1);  // no wrap into range
-    EXPECT_EQ(qmx_parse_vlan_id("65536"), -1);
-    EXPECT_EQ(qmx_parse_vlan_id(""), 0);
-}
-
 // ---- Names, patterns, numbers, LUN words ---------------------------------------------------
 
-TEST(Verifiers, Name) {
-    EXPECT_EQ(qmx_verify_name("port-name_01"), 1);
-    EXPECT_EQ(qmx_verify_name("a"), 1);
-    EXPECT_EQ(qmx_verify_name("abcdefghijklmno"), 1);   // 15
-    EXPECT_EQ(qmx_verify_name("abcdefghijklmnop"), 0);  // 16
-    EXPECT_EQ(qmx_verify_name("1port"), 0);
-    EXPECT_EQ(qmx_verify_name("my name"), 0);
-    EXPECT_EQ(qmx_verify_name("_port"), 0);
-    EXPECT_EQ(qmx_verify_name("port.1"), 0);
-    EXPECT_EQ(qmx_verify_name(""), 0);
-}
-
-TEST(Verifiers, PatternNumLun) {
-    EXPECT_EQ(qmx_verify_pattern("deadBEEF"), 1);
-    EXPECT_EQ(qmx_verify_pattern("0"), 1);
-    EXPECT_EQ(qmx_verify_pattern("123456789"), 0);
-    EXPECT_EQ(qmx_verify_pattern(""), 0);
-    EXPECT_EQ(qmx_verify_pattern("0x12"), 0);
-
-    EXPECT_EQ(qmx_verify_num("0123"), 1);
-    EXPECT_EQ(qmx_verify_num(""), 0);
-    EXPECT_EQ(qmx_verify_num("12a"), 0);
-    EXPECT_EQ(qmx_verify_num("-1"), 0);
-
-    EXPECT_EQ(qmx_verify_lun("0001-0000-0000-0000"), 1);
-    EXPECT_EQ(qmx_verify_lun("-"), 1);
-    EXPECT_EQ(qmx_verify_lun(""), 0);
-    EXPECT_EQ(qmx_verify_lun("0001_0000"), 0);
-    EXPECT_EQ(qmx_verify_lun("g"), 0);
+// Each parser against its accepted and refused words: exact values, boundaries, no wrap.
+TEST(WordParsers, ValuesAtTheBoundariesAndRefusals) {
+    check_words<int16_t>(qmx_parse_vlan_id, "vlan",
+                         {{"0", 0}, {"4094", 4094}, {"004094", 4094}, {"4095", -1}, {"-1", -1},
+                          {"12a", -1}, {" 12", -1}, {"65536", -1}, {"", 0},
+                          {"99999999999999999999999", -1}});  // no wrap into range
+    check_words<int>(qmx_verify_name, "name",
+                     {{"port-name_01", 1}, {"a", 1}, {"abcdefghijklmno", 1},  // 15 characters
+                      {"abcdefghijklmnop", 0},                                 // 16
+                      {"1port", 0}, {"my name", 0}, {"_port", 0}, {"port.1", 0}, {"", 0}});
+    check_words<int>(qmx_verify_pattern, "pattern",
+                     {{"deadBEEF", 1}, {"0", 1}, {"123456789", 0}, {"", 0}, {"0x12", 0}});
+    check_words<int>(qmx_verify_num, "num", {{"0123", 1}, {"", 0}, {"12a", 0}, {"-1", 0}});
+    check_words<int>(qmx_verify_lun, "lun",
+                     {{"0001-0000-0000-0000", 1}, {"-", 1}, {"", 0}, {"0001_0000", 0}, {"g", 0}});
+    check_words<uint64_t>(qmx_str2longlong, "decimal",
+                          {{"12345", 12345}, {"", 0}, {"18446744073709551615", UINT64_MAX},
+                           {"18446744073709551616", 0}});  // wraps, never traps
+    check_words<uint64_t>(qmx_str2lun, "lun number", {{"255", 255}});
 }
 
 TEST(Verifiers, HexDigitBoundaries) {
@@ -198,14 +183,6 @@ TEST(Verifiers, HexDigitBoundaries) {
     for (int c : std::initializer_list<int>{'/', ':', '@', 'G', '`', 'g', ' ', 0, -1, 0x161}) {
         EXPECT_EQ(ishex(c), 0) << c;  // 0x161 is 'a' plus 256: no sign or width slip
     }
-}
-
-TEST(Numbers, DecimalWithoutValidation) {
-    EXPECT_EQ(qmx_str2longlong("12345"), 12345u);
-    EXPECT_EQ(qmx_str2longlong(""), 0u);
-    EXPECT_EQ(qmx_str2longlong("18446744073709551615"), UINT64_MAX);
-    EXPECT_EQ(qmx_str2longlong("18446744073709551616"), 0u);  // wraps, never traps
-    EXPECT_EQ(qmx_str2lun("255"), 255u);
 }
 
 TEST(Lun, StringToBytesAndBack) {
@@ -246,14 +223,13 @@ TEST(Printers, HeaderLine) {
 }
 
 TEST(Printers, Duration) {
-    auto d = [](uint32_t s) { return stdout_of([s] { qmx_print_duration(s); }); };
-    EXPECT_EQ(d(0), "00:00:00");
-    EXPECT_EQ(d(59), "00:00:59");
-    EXPECT_EQ(d(3661), "01:01:01");
-    EXPECT_EQ(d(86399), "23:59:59");
-    EXPECT_EQ(d(86400), "1 days, 00:00:00");
-    EXPECT_EQ(d(90061), "1 days, 01:01:01");
-    EXPECT_EQ(d(UINT32_MAX), "49710 days, 06:28:15");
+    const std::pair<uint32_t, const char*> rows[] = {
+        {0, "00:00:00"},          {59, "00:00:59"},          {3661, "01:01:01"},
+        {86399, "23:59:59"},      {86400, "1 days, 00:00:00"}, {90061, "1 days, 01:01:01"},
+        {UINT32_MAX, "49710 days, 06:28:15"},
+    };
+    for (const auto& [s, want] : rows)
+        EXPECT_EQ(stdout_of([s = s] { qmx_print_duration(s); }), want) << s;
 }
 
 // ---- Files and argument copies -------------------------------------------------------------
@@ -310,10 +286,8 @@ TEST(AdapterPortWord, OutOfRangeNumbersStillParse) {
 }
 
 TEST(AdapterWord, DigitsMustBeAllDigits) {
-    EXPECT_EQ(qmx_get_adapter_id("12abc"), nullptr);
-    EXPECT_EQ(qmx_get_adapter_id("0"), nullptr);
-    EXPECT_EQ(qmx_get_adapter_id("1"), nullptr);  // no adapter scanned
-    EXPECT_EQ(qmx_get_adapter_id(""), nullptr);
+    // "1" is all digits, but no adapter was scanned.
+    for (const char* w : {"12abc", "0", "1", ""}) EXPECT_EQ(qmx_get_adapter_id(w), nullptr) << w;
     EXPECT_EQ(qmx_get_adapter_by_id(0), nullptr);
     EXPECT_EQ(qmx_get_adapter_by_id(-1), nullptr);
     EXPECT_EQ(qmx_get_ioc_by_adapter_id(1), nullptr);
